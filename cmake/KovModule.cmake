@@ -1,0 +1,34 @@
+# Shared compile settings and the helper that declares one library module.
+
+add_library(kov_build_flags INTERFACE)
+target_compile_options(kov_build_flags INTERFACE -Wall -Wextra -Wpedantic)
+if(KOV_WERROR)
+  target_compile_options(kov_build_flags INTERFACE -Werror)
+endif()
+if(KOV_SANITIZE)
+  list(JOIN KOV_SANITIZE "," _kov_sanitizers)
+  add_compile_options(-fsanitize=${_kov_sanitizers} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${_kov_sanitizers})
+endif()
+
+# kov_add_module(<target> SOURCES <files...> [DEPENDS <targets...>])
+# Declares an object library with a public include/ folder and a private src/ folder.
+# The objects are linked into the shared library by src/component.
+function(kov_add_module target)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  if(NOT ARG_SOURCES)
+    # A module without sources yet: headers only.
+    add_library(${target} INTERFACE)
+    target_include_directories(${target} INTERFACE $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>)
+    target_link_libraries(${target} INTERFACE ${ARG_DEPENDS})
+    set_property(GLOBAL APPEND PROPERTY KOV_PUBLIC_INCLUDE_DIRS ${CMAKE_CURRENT_SOURCE_DIR}/include)
+    return()
+  endif()
+  add_library(${target} OBJECT ${ARG_SOURCES})
+  target_include_directories(${target}
+    PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>
+    PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/src)
+  target_link_libraries(${target} PUBLIC ${ARG_DEPENDS} PRIVATE kov_build_flags)
+  set_property(GLOBAL APPEND PROPERTY KOV_MODULES ${target})
+  set_property(GLOBAL APPEND PROPERTY KOV_PUBLIC_INCLUDE_DIRS ${CMAKE_CURRENT_SOURCE_DIR}/include)
+endfunction()

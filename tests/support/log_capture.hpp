@@ -1,0 +1,38 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/log/i_logger.hpp"
+#include "common/log/stream_logger.hpp"
+
+namespace kov::test {
+
+/// Installs a StringLogger as the process-wide logger for its lifetime (every level passes) and
+/// restores the previous logger afterwards. Install it before any thread starts logging.
+class LogCapture {
+ public:
+  LogCapture();
+  ~LogCapture();
+
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+
+  /// Everything logged so far, exactly as written.
+  std::string text() const;
+
+  /// The logged lines without their "[pid.tid(name)] " prefix, e.g. "ERROR: some text".
+  std::vector<std::string> lines() const;
+
+  /// Number of lines equal to "<level>: <message>".
+  std::size_t count(const std::string& level, const std::string& message) const;
+
+  void clear();
+
+ private:
+  std::shared_ptr<kov::common::log::StringLogger> logger_;
+  std::shared_ptr<kov::common::log::ILogger> previous_;
+};
+
+}  // namespace kov::test
