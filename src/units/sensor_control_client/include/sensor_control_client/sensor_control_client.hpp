@@ -1,0 +1,214 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <type_traits>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "common/log/log.hpp"
+#include "common/types/type_name.hpp"
+#include "networking/i_some_ip_transport.hpp"
+#include "serialization/convert.hpp"
+#include "vesk/i_sensor_control.hpp"
+
+namespace kov::drivers::lidar::vesk {
+
+/// Source path that every log line of the sensor client carries.
+inline constexpr char SENSOR_CONTROL_CLIENT_LOG_PATH[] =
+    "src/units/sensor_control_client/src/sensor_control_client";
+
+/// Whether the sensor offers method `methodId` on service `serviceId` (a fixed table).
+bool isMethodSupported(std::uint16_t serviceId, std::uint16_t methodId);
+
+/// Judges the result of a method call: true for Ok; a timeout is logged at WARN, any other code at
+/// ERROR (the code in hexadecimal, without "0x").
+bool isGoodCallResult(kov::platform::networking::ISomeIpTransport::Result result, std::uint16_t methodId);
+
+/// Converts a typed request record into its wire record; logs at ERROR and returns false on failure.
+template <typename Source, typename Target>
+bool serialize(const Source& source, Target& target, std::uint16_t methodId) {
+  if (serialization::convert<Source, Target>(source, target)) {
+    return true;
+  }
+  KOV_LOG(ERROR, SENSOR_CONTROL_CLIENT_LOG_PATH)
+      << "cannot call method 0x" << std::hex << methodId << ": failed to serialize "
+      << kov::common::types::utils::getTypeName<const Source&>();
+  return false;
+}
+
+/// Converts a wire response record into its typed record; logs at ERROR and returns false on failure.
+template <typename Source, typename Target>
+bool deserialize(const Source& source, Target& target, std::uint16_t methodId) {
+  if (serialization::convert<Source, Target>(source, target)) {
+    return true;
+  }
+  KOV_LOG(ERROR, SENSOR_CONTROL_CLIENT_LOG_PATH)
+      << "cannot call method 0x" << std::hex << methodId << ": failed to deserialize "
+      << kov::common::types::utils::getTypeName<Target&>();
+  return false;
+}
+
+/// Checks one event payload (non-null, exactly the size of Wire) and converts it into `out`. Every
+/// rejection is logged at DEBUG; nothing is allocated on the way.
+template <typename Wire, typename Typed>
+bool deserializeEvent(std::uint16_t eventId, const void* data, std::size_t size, Typed& out) {
+  static_assert(std::is_trivially_copyable_v<Wire>, "wire records are copied byte by byte");
+  if (data == nullptr) {
+    KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
+        << "Got event 0x" << std::hex << eventId << " with null data pointer - discarding it";
+    return false;
+  }
+  if (size != sizeof(Wire)) {
+    KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
+        << "Got event for " << kov::common::types::utils::getTypeName<Typed&>()
+        << " but sizes do not match: got " << size << " expected " << sizeof(Wire);
+    return false;
+  }
+  Wire wire;
+  std::memcpy(&wire, data, sizeof(Wire));
+  if (!serialization::convert<Wire, Typed>(wire, out)) {
+    KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
+        << "Failed to deserialize event 0x" << std::hex << eventId << " as "
+        << kov::common::types::utils::getTypeName<Typed&>() << " - discarding it";
+    return false;
+  }
+  return true;
+}
+
+/// Sends `request` as a zero-initialised Wire record to method `methodId` and expects no response
+/// data. The wire record lives on the caller's stack.
+template <typename Wire, typename Typed>
+bool callMethodNoResponseData(kov::platform::networking::ISomeIpTransport& transport,
+                              const kov::platform::networking::ISomeIpTransport::Address& address,
+                              std::uint16_t methodId, const Typed& request) {
+  static_assert(std::is_trivially_copyable_v<Wire>, "wire records are sent byte by byte");
+  Wire wire;
+  std::memset(static_cast<void*>(&wire), 0, sizeof(Wire));
+  if (!serialization::convert<Typed, Wire>(request, wire)) {
+    KOV_LOG(ERROR, SENSOR_CONTROL_CLIENT_LOG_PATH)
+        << "cannot call method 0x" << std::hex << methodId << ": failed to serialize "
+        << kov::common::types::utils::getTypeName<const Typed&>();
+    return false;
+  }
+  const auto result = transport.callMethod(address, methodId, &wire, sizeof(Wire), nullptr, 0);
+  return isGoodCallResult(result, methodId);
+}
+
+/// The client of one sensor (identified by the SOME/IP instance id its services share): its table of
+/// service instances and their availability, one synchronous SOME/IP method call per getter/setter,
+/// and a cache holding the latest value of every event the sensor publishes.
+///
+/// Threads and locks: `servicesMutex_` guards the service table and is held while the transport's
+/// subscribeEvents/unsubscribeEvents run; `eventMutex_` guards the event cache. The two are never
+/// held together. Method calls run unlocked on the caller's thread.
+///
+/// Event accessors: each `get...Event()` copies its cache record, under `eventMutex_`, into a
+/// thread-local record of the calling thread and returns a reference to that copy. Readers therefore
+/// never race with the transport threads that deliver events, and every record read is whole (never
+/// a mix of two events). The returned reference stays valid for the life of the calling thread; its
+/// content is replaced by the next call of the same accessor on that thread, on any client. Copy the
+/// record when two values must be kept side by side.
+class ClientA : public ISensorControl::IClient, public ISensorControl::IClientA {
+ public:
+  using Transport = kov::platform::networking::ISomeIpTransport;
+  using Address = Transport::Address;
+
+  /// One entry of the service table; created on the first availability report, never erased.
+  struct ServiceInfo {
+    std::uint16_t instanceId{Transport::ANY_INSTANCE};
+    bool available{false};
+    std::uint16_t eventGroupId{0xFFFF};
+    std::vector<std::uint16_t> eventIds;
+  };
+
+  /// Makes no transport call; the table starts empty and the event cache all zero.
+  ClientA(std::shared_ptr<Transport> transport, std::uint16_t sensorId);
+  /// Marks every service unavailable first, which unsubscribes every event subscription.
+  ~ClientA() override;
+
+  ClientA(const ClientA&) = delete;
+  ClientA& operator=(const ClientA&) = delete;
+  ClientA(ClientA&&) = delete;
+  ClientA& operator=(ClientA&&) = delete;
+
+  // Identity, service table and availability.
+  std::uint16_t getSensorId() const override;
+  Address getServiceAddress(std::uint16_t serviceId) const override;
+  std::unordered_set<Address> getServiceAddresses() const override;
+  std::unordered_map<std::uint16_t, bool> getServiceAvailability() const noexcept override;
+  bool hasAvailableService() const noexcept override;
+  bool isAvailable(std::uint16_t serviceId) const noexcept override;
+  bool setAvailable(const Address& address, bool available) override;
+  std::unordered_set<std::uint16_t> setAllAvailable(bool available) override;
+  void resetEventData() override;
+
+  // Method calls.
+  bool setScanDatum(const types::ScanDatum& datum) override;
+  bool getScanDatum(types::ScanDatum& datum) const override;
+  bool setDesiredScanSettings(const types::DesiredScanSettings& settings) override;
+  bool getDesiredScanSettings(types::DesiredScanSettings& settings) const override;
+  bool getAchievedScanSettings(types::AchievedScanSettings& settings) const override;
+  bool setScanPattern(const types::ScanPattern& pattern) override;
+  bool getScanPatternCommandStatus(types::ScanPatternCommandStatus& status) const override;
+  bool setSystemMode(const types::SystemModeCommand& command) override;
+  bool getSystemModeStatus(types::SystemModeStatus& status) const override;
+  bool getSensorSoftwareVersion(types::SensorSoftwareVersion& version) const override;
+  bool getDatapathDestinationInfo(types::DatapathDestinationInfo& info) const override;
+  bool setDatapathDestinationInfo(const types::DatapathDestinationInfo& info) override;
+
+  // Latest event values (see the class comment for the lifetime of the returned references).
+  const types::ScanDatum& getScanDatumEvent() const override;
+  const types::AchievedScanSettings& getAchievedScanSettingsEvent() const override;
+  const types::ScanPatternCommandStatus& getScanPatternCommandStatusEvent() const override;
+  const types::SystemModeStatus& getSystemModeStatusEvent() const override;
+  const types::SensorHealthStatus& getSensorHealthStatusEvent() const override;
+
+  /// Gate of every method call: the method must exist on the service (ERROR otherwise) and the
+  /// service must be available (WARN otherwise).
+  bool isSupportedAndAvailable(std::uint16_t serviceId, std::uint16_t methodId) const;
+
+  /// Entry point of the event handlers given to the transport: routes one notification of service
+  /// `serviceId` to its decoder; notifications of other services are dropped without a log line.
+  void onEventReceived(std::uint16_t serviceId, std::uint16_t eventId, const void* data,
+                       std::size_t size) noexcept;
+
+ private:
+  // Service table helpers; the caller holds servicesMutex_.
+  Address serviceAddressLocked(std::uint16_t serviceId) const;
+  void subscribeToEvents(std::uint16_t serviceId);
+  void unsubscribeFromEvents(std::uint16_t serviceId);
+
+  // Event path, on transport threads.
+  void onScanPatternEventReceived(std::uint16_t eventId, const void* data, std::size_t size) noexcept;
+  void onSystemModeEventReceived(std::uint16_t eventId, const void* data, std::size_t size) noexcept;
+  template <typename Wire, typename Typed>
+  void storeEvent(std::uint16_t eventId, const void* data, std::size_t size, Typed& entry);
+  template <typename Typed>
+  const Typed& readEvent(const Typed& entry) const;
+
+  // Common steps of the getters and setters.
+  template <typename Wire, typename Typed>
+  bool callGetter(std::uint16_t serviceId, std::uint16_t methodId, Typed& out) const;
+  template <typename Wire, typename Typed>
+  bool callSetter(std::uint16_t serviceId, std::uint16_t methodId, const Typed& in);
+
+  std::shared_ptr<Transport> transport_;
+  const std::uint16_t sensorId_;
+  std::unordered_map<std::uint16_t, ServiceInfo> services_;
+  mutable std::mutex servicesMutex_;
+  mutable std::mutex eventMutex_;
+
+  // Event cache, guarded by eventMutex_.
+  types::ScanDatum scanDatumEvent_{};
+  types::AchievedScanSettings achievedScanSettingsEvent_{};
+  types::ScanPatternCommandStatus scanPatternCommandStatusEvent_{};
+  types::SystemModeStatus systemModeStatusEvent_{};
+  types::SensorHealthStatus sensorHealthStatusEvent_{};
+};
+
+}  // namespace kov::drivers::lidar::vesk

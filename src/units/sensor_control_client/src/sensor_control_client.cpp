@@ -1,0 +1,166 @@
+#include "sensor_control_client/sensor_control_client.hpp"
+
+#include <utility>
+
+#include "sensor_services.hpp"
+
+namespace kov::drivers::lidar::vesk {
+
+namespace {
+
+struct SupportedMethods {
+  std::uint16_t serviceId;
+  std::uint16_t methodIds[7];
+  std::size_t count;
+};
+
+constexpr SupportedMethods SUPPORTED_METHODS[] = {
+    {detail::SYSTEM_MODE_SERVICE_ID, {0x8001, 0x8002}, 2},
+    {detail::SCAN_SERVICE_ID, {0x8001, 0x8002, 0x8003, 0x8004, 0x8005, 0x8006, 0x8007}, 7},
+    {detail::SENSOR_INFO_SERVICE_ID, {0x0008, 0x000A, 0x000B}, 3},
+};
+
+}  // namespace
+
+bool isMethodSupported(std::uint16_t serviceId, std::uint16_t methodId) {
+  for (const auto& service : SUPPORTED_METHODS) {
+    if (service.serviceId != serviceId) {
+      continue;
+    }
+    for (std::size_t i = 0; i < service.count; ++i) {
+      if (service.methodIds[i] == methodId) {
+        return true;
+      }
+    }
+    return false;
+  }
+  return false;
+}
+
+ClientA::ClientA(std::shared_ptr<Transport> transport, std::uint16_t sensorId)
+    : transport_(std::move(transport)), sensorId_(sensorId) {}
+
+ClientA::~ClientA() {
+  // The transport holds event handlers that point at this object: drop them before it goes.
+  static_cast<void>(setAllAvailable(false));
+}
+
+std::uint16_t ClientA::getSensorId() const {
+  return sensorId_;
+}
+
+ClientA::Address ClientA::serviceAddressLocked(std::uint16_t serviceId) const {
+  const auto it = services_.find(serviceId);
+  if (it == services_.end()) {
+    return Address{serviceId, Transport::ANY_INSTANCE};
+  }
+  return Address{serviceId, it->second.instanceId};
+}
+
+// The public readers of the table lock it as well: availability reports insert entries from transport
+// threads while application threads read addresses, and an insertion may rehash the table. The code
+// that already holds the lock uses serviceAddressLocked().
+ClientA::Address ClientA::getServiceAddress(std::uint16_t serviceId) const {
+  std::lock_guard<std::mutex> lock(servicesMutex_);
+  return serviceAddressLocked(serviceId);
+}
+
+std::unordered_set<ClientA::Address> ClientA::getServiceAddresses() const {
+  std::lock_guard<std::mutex> lock(servicesMutex_);
+  std::unordered_set<Address> addresses;
+  for (const auto& [serviceId, info] : services_) {
+    addresses.insert(Address{serviceId, info.instanceId});
+  }
+  return addresses;
+}
+
+std::unordered_map<std::uint16_t, bool> ClientA::getServiceAvailability() const noexcept {
+  std::lock_guard<std::mutex> lock(servicesMutex_);
+  std::unordered_map<std::uint16_t, bool> availability;
+  for (const auto& [serviceId, info] : services_) {
+    availability.emplace(serviceId, info.available);
+  }
+  return availability;
+}
+
+bool ClientA::hasAvailableService() const noexcept {
+  std::lock_guard<std::mutex> lock(servicesMutex_);
+  for (const auto& entry : services_) {
+    if (entry.second.available) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool ClientA::isAvailable(std::uint16_t serviceId) const noexcept {
+  std::lock_guard<std::mutex> lock(servicesMutex_);
+  const auto it = services_.find(serviceId);
+  return it != services_.end() && it->second.available;
+}
+
+bool ClientA::setAvailable(const Address& address, bool available) {
+  std::lock_guard<std::mutex> lock(servicesMutex_);
+  const auto [it, inserted] = services_.try_emplace(address.serviceId);
+  ServiceInfo& info = it->second;
+  bool wasAvailable = info.available;
+
+  if (!inserted && info.instanceId != address.instanceId) {
+    KOV_LOG(WARN, SENSOR_CONTROL_CLIENT_LOG_PATH)
+        << "Service instance [0x" << std::hex << address.serviceId << ",0x" << address.instanceId
+        << "] was added for sensor " << sensorId_
+        << " when it already had a known service instance with a matching service id but a different "
+           "instance id [0x"
+        << info.instanceId << "]; removing old instance.";
+    if (wasAvailable) {
+      // Unsubscribe while the entry still names the old instance.
+      unsubscribeFromEvents(address.serviceId);
+    }
+    wasAvailable = false;
+  }
+
+  info.instanceId = address.instanceId;
+  info.available = available;
+  if (available == wasAvailable) {
+    return inserted;
+  }
+  if (available) {
+    subscribeToEvents(address.serviceId);
+  } else {
+    unsubscribeFromEvents(address.serviceId);
+  }
+  return true;
+}
+
+std::unordered_set<std::uint16_t> ClientA::setAllAvailable(bool available) {
+  std::lock_guard<std::mutex> lock(servicesMutex_);
+  std::unordered_set<std::uint16_t> changed;
+  for (auto& [serviceId, info] : services_) {
+    if (info.available == available) {
+      continue;
+    }
+    info.available = available;
+    changed.insert(serviceId);
+    if (available) {
+      subscribeToEvents(serviceId);
+    } else {
+      unsubscribeFromEvents(serviceId);
+    }
+  }
+  return changed;
+}
+
+bool ClientA::isSupportedAndAvailable(std::uint16_t serviceId, std::uint16_t methodId) const {
+  if (!isMethodSupported(serviceId, methodId)) {
+    KOV_LOG(ERROR, SENSOR_CONTROL_CLIENT_LOG_PATH)
+        << "Service 0x" << std::hex << serviceId << " does not have a method with id 0x" << methodId;
+    return false;
+  }
+  if (isAvailable(serviceId)) {
+    return true;
+  }
+  KOV_LOG(WARN, SENSOR_CONTROL_CLIENT_LOG_PATH) << "Service 0x" << std::hex << serviceId << " not available";
+  return false;
+}
+
+}  // namespace kov::drivers::lidar::vesk

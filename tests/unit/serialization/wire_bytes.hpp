@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace kov::test {
+
+using Bytes = std::vector<std::uint8_t>;
+using Lines = std::vector<std::string>;
+
+/// The bytes of a wire record as they go on the wire.
+template <typename Record>
+Bytes bytesOf(const Record& record) {
+  Bytes bytes(sizeof(Record));
+  std::memcpy(bytes.data(), static_cast<const void*>(&record), sizeof(Record));
+  return bytes;
+}
+
+/// A wire record made of bytes, padded with fill (0xAA shows which bytes a conversion writes).
+template <typename Record>
+Record recordOf(Bytes bytes, std::uint8_t fill = 0xAA) {
+  bytes.resize(sizeof(Record), fill);
+  Record record;
+  std::memcpy(static_cast<void*>(&record), bytes.data(), sizeof(Record));
+  return record;
+}
+
+inline Bytes concat(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const auto& part : parts) {
+    all.insert(all.end(), part.begin(), part.end());
+  }
+  return all;
+}
+
+}  // namespace kov::test

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "printer.hpp"
+#include "record_fields.hpp"
+#include "session.hpp"
+
+namespace kov::tools::veskctl {
+
+/// One getter of the sensor: its short name on the command line, the library's operation and a reader
+/// that fills the fields of the value read.
+struct Getter {
+  std::string key;
+  std::string operation;
+  std::function<bool(const Sensor&, Fields&)> read;
+};
+
+/// Every getter of the sensor, in the order veskctl shows them.
+const std::vector<Getter>& getters();
+
+/// Runs one getter and prints its outcome; returns it.
+bool runGetter(const Getter& getter, const Sensor& sensor, Printer& printer);
+
+// Setters: each calls the library once, prints the outcome with the value sent, and returns it.
+bool setScanSettings(const Sensor& sensor, const types::DesiredScanSettings& settings, Printer& printer);
+bool setScanDatum(const Sensor& sensor, const types::ScanDatum& datum, Printer& printer);
+bool setScanPattern(const Sensor& sensor, const types::ScanPattern& pattern, Printer& printer);
+bool setSystemMode(const Sensor& sensor, types::SystemModeCommand command, Printer& printer);
+bool setDestination(const Sensor& sensor, const types::DatapathDestinationInfo& destination,
+                    Printer& printer);
+
+/// Parses "point:AZ:EL[:ATTR],snap,minlines:N" into a pattern; false with `error` set on bad input.
+bool parseScanPattern(const std::string& text, types::ScanPattern& pattern, std::string& error);
+
+/// Parses "A.B.C.D:PORT"; false with `error` set on bad input.
+bool parseDestination(const std::string& text, types::DatapathDestinationInfo& destination,
+                      std::string& error);
+
+}  // namespace kov::tools::veskctl
