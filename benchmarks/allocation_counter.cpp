@@ -9,7 +9,9 @@ std::atomic<std::size_t> allocations{0};
 }  // namespace
 
 namespace kov::bench {
-std::size_t allocationCount() { return allocations.load(std::memory_order_relaxed); }
+std::size_t allocationCount() {
+  return allocations.load(std::memory_order_relaxed);
+}
 }  // namespace kov::bench
 
 void* operator new(std::size_t size) {
@@ -20,5 +22,9 @@ void* operator new(std::size_t size) {
   throw std::bad_alloc();
 }
 
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+  std::free(memory);
+}

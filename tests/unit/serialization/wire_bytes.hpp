@@ -5,12 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "serialization/convert.hpp"
+
 namespace kov::test {
+
+namespace types = kov::drivers::lidar::vesk::types;
+namespace wire = kov::drivers::lidar::vesk::serialization;
 
 using Bytes = std::vector<std::uint8_t>;
 using Lines = std::vector<std::string>;
 
-/// The bytes of a wire record as they go on the wire.
 template <typename Record>
 Bytes bytesOf(const Record& record) {
   Bytes bytes(sizeof(Record));
@@ -18,7 +22,7 @@ Bytes bytesOf(const Record& record) {
   return bytes;
 }
 
-/// A wire record made of bytes, padded with fill (0xAA shows which bytes a conversion writes).
+/// A record made of bytes, padded with fill (0xAA shows which bytes a conversion writes).
 template <typename Record>
 Record recordOf(Bytes bytes, std::uint8_t fill = 0xAA) {
   bytes.resize(sizeof(Record), fill);

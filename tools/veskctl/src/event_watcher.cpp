@@ -20,9 +20,8 @@ std::string healthStateOf(const types::SensorHealthStatus& health) {
 
 }  // namespace
 
-EventSnapshot snapshotOf(const Session& session, const Sensor& sensor) {
+EventSnapshot snapshotOf(const Sensor& sensor) {
   EventSnapshot snapshot;
-  std::lock_guard<std::mutex> lock(session.eventLock());
   snapshot.mode = sensor.control->getSystemModeStatusEvent();
   snapshot.health = sensor.control->getSensorHealthStatusEvent();
   snapshot.achieved = sensor.control->getAchievedScanSettingsEvent();
@@ -38,7 +37,7 @@ std::size_t EventWatcher::poll() {
   std::size_t printed = 0;
   const EventSnapshot zero{};
   for (const auto& sensor : session_.sensors(only_)) {
-    const auto snapshot = snapshotOf(session_, sensor);
+    const auto snapshot = snapshotOf(sensor);
     last_[sensor.id] = snapshot;
     report(sensor.id, "systemModeStatus", fieldsOf(snapshot.mode), keyOf(fieldsOf(snapshot.mode)),
            keyOf(fieldsOf(zero.mode)), printed);

@@ -20,8 +20,8 @@ struct EventSnapshot {
   types::ScanPatternCommandStatus patternStatus{};
 };
 
-/// Copies the sensor's event cache under the session's event lock.
-EventSnapshot snapshotOf(const Session& session, const Sensor& sensor);
+/// Copies the sensor's event records; each accessor hands out a whole record, never a torn one.
+EventSnapshot snapshotOf(const Sensor& sensor);
 
 /// Polls the event caches of the session's sensors and prints each value that changed since the last
 /// poll. Heartbeats are printed when their mode or flags change, not for every beat.

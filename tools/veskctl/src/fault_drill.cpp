@@ -56,13 +56,13 @@ bool drillOffline(SimulatedFleet& fleet, Session& session, const Sensor& sensor,
 
 /// A raw event the client must drop: the cached value stays what it was.
 bool drillBadEvent(const std::string& name, const void* data, std::size_t size, std::uint16_t serviceId,
-                   std::uint16_t eventId, SimulatedFleet& fleet, Session& session, EventWatcher& watcher,
-                   const Sensor& sensor, Printer& printer) {
+                   std::uint16_t eventId, SimulatedFleet& fleet, EventWatcher& watcher, const Sensor& sensor,
+                   Printer& printer) {
   watcher.poll();
-  const auto before = snapshotOf(session, sensor);
+  const auto before = snapshotOf(sensor);
   const bool sent =
       fleet.injectEvent(sensor.id, serviceId, eventId, data, size) && fleet.drain(DRILL_TIMEOUT);
-  const auto after = snapshotOf(session, sensor);
+  const auto after = snapshotOf(sensor);
   const bool unchanged = serviceId == 0x0003 ? after.datum.elevation == before.datum.elevation
                                              : after.health.mode == before.health.mode;
   const std::string what = "event " + hexId(eventId) + " of service " + hexId(serviceId) + " with " +
@@ -112,14 +112,14 @@ std::size_t runFaultDrill(Session& session, EventWatcher& watcher, Printer& prin
   if (wanted("short-event")) {
     // A heartbeat four bytes short of its 22.
     kov::drivers::lidar::vesk::serialization::SystemHeartbeatAppRecord heartbeat{};
-    unexpected += drillBadEvent("short-event", &heartbeat, sizeof(heartbeat) - 4, 0x0002, 2, *fleet, session,
-                                watcher, sensor, printer)
+    unexpected += drillBadEvent("short-event", &heartbeat, sizeof(heartbeat) - 4, 0x0002, 2, *fleet, watcher,
+                                sensor, printer)
                       ? 0
                       : 1;
   }
   if (wanted("null-event")) {
     unexpected +=
-        drillBadEvent("null-event", nullptr, 4, 0x0003, 2, *fleet, session, watcher, sensor, printer) ? 0 : 1;
+        drillBadEvent("null-event", nullptr, 4, 0x0003, 2, *fleet, watcher, sensor, printer) ? 0 : 1;
   }
   watcher.poll();
   return unexpected;

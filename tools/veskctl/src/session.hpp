@@ -67,7 +67,6 @@ class Session {
   /// Milliseconds since open().
   std::chrono::milliseconds elapsed() const;
 
-  std::mutex& eventLock() const { return bundle_.transport->eventLock(); }
   const std::shared_ptr<kov::tools::simulator::SimulatedFleet>& simulator() const {
     return bundle_.simulator;
   }

@@ -10,7 +10,7 @@ TransportBundle makeTransport(const TransportOptions& options, std::string& erro
     return bundle;
   }
   bundle.simulator = std::make_shared<kov::tools::simulator::SimulatedFleet>(config);
-  bundle.transport = std::make_shared<kov::tools::simulator::EventLockTransport>(bundle.simulator);
+  bundle.transport = bundle.simulator;
   bundle.expectedSensors = bundle.simulator->sensorIds().size();
   return bundle;
 }

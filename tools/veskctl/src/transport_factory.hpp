@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/event_lock_transport.hpp"
+#include "networking/i_some_ip_transport.hpp"
 #include "simulator/simulated_fleet.hpp"
 
 namespace kov::tools::veskctl {
@@ -16,10 +16,10 @@ struct TransportOptions {
   bool legacySensor{false};
 };
 
-/// The transport veskctl talks through, wrapped so that event caches can be read without racing
-/// event delivery. `simulator` is set only when the network is the simulated fleet (fault injection).
+/// The transport veskctl talks through. `simulator` is set only when the network is the simulated
+/// fleet (fault injection).
 struct TransportBundle {
-  std::shared_ptr<kov::tools::simulator::EventLockTransport> transport;
+  std::shared_ptr<kov::platform::networking::ISomeIpTransport> transport;
   std::shared_ptr<kov::tools::simulator::SimulatedFleet> simulator;
   std::size_t expectedSensors{0};  ///< how many sensors discovery waits for
 };

@@ -1,0 +1,211 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <tuple>
+
+#include "support/log_capture.hpp"
+#include "support/recording_transport.hpp"
+#include "vesk/kov_drivers_lidar_vesk_control_interface.hpp"
+
+namespace kov::test {
+namespace {
+
+namespace vesk = kov::drivers::lidar::vesk;
+using Address = RecordingTransport::Address;
+using Result = RecordingTransport::Result;
+using ClientPtr = std::shared_ptr<vesk::ISensorControl::IClient>;
+using ServiceSet = std::unordered_set<std::uint16_t>;
+using Announcement = std::pair<ClientPtr, ServiceSet>;
+using Strings = std::vector<std::string>;
+
+Strings operator+(Strings first, const Strings& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
+/// A sensor-control object over a RecordingTransport whose factory records its calls, and one subscriber
+/// that records every announcement.
+class SensorControlTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    control = vesk::makeSensorControl(
+        transport,
+        [this](auto given, std::uint16_t sensorId) {
+          factoryCalls.push_back(sensorId);
+          EXPECT_EQ(given, transport);
+          return failingSensors.count(sensorId) != 0U
+                     ? ClientPtr()
+                     : made[sensorId] = vesk::detail::makeSensorControlClientA(given, sensorId);
+        },
+        vesk::getVeskAServiceIds());
+    ASSERT_NE(control, nullptr);
+    subscription = control->subscribe([this](const ClientPtr& client, const ServiceSet& services) {
+      announced.emplace_back(client, services);
+    });
+  }
+
+  /// Checks one call's result and the transport calls and log lines since the previous step.
+  void step(bool result, bool expected, const Strings& calls, const Strings& lines = {}) {
+    EXPECT_EQ(result, expected);
+    EXPECT_EQ(transport->takeCalls(), calls);
+    EXPECT_EQ(log.lines(), lines);
+    log.clear();
+  }
+
+  Strings perService(const std::string& operation) const {
+    Strings lines;
+    for (const auto id : ids) {
+      lines.push_back(operation + " " + addressText({id, 0xFFFF}));
+    }
+    return lines;
+  }
+
+  LogCapture log;
+  std::shared_ptr<RecordingTransport> transport = std::make_shared<RecordingTransport>();
+  const ServiceSet serviceSet = vesk::getVeskAServiceIds();
+  const std::vector<std::uint16_t> ids{serviceSet.begin(), serviceSet.end()};  // the order of the calls
+  const Strings requests = perService("requestService");
+  const Strings releases = perService("releaseService");
+  // The ids are 2, 3 and 4, so decimal digits are hex digits.
+  const Strings subscribe{"subscribeAvailability 0x" + std::to_string(ids[0]) + " 0x" +
+                          std::to_string(ids[1]) + " 0x" + std::to_string(ids[2])};
+  std::vector<std::uint16_t> factoryCalls;
+  std::set<std::uint16_t> failingSensors;
+  std::map<std::uint16_t, ClientPtr> made;
+  std::vector<Announcement> announced;
+  std::unique_ptr<vesk::ISensorControl> control;
+  std::shared_ptr<vesk::ISensorControl::Subscription> subscription;
+};
+
+TEST_F(SensorControlTest, LifecycleCallsAndFailedStops) {
+  EXPECT_EQ(serviceSet, (ServiceSet{2, 3, 4}));
+  step(control->init(), true, {"connect"});
+  step(control->start(), true, subscribe + requests);
+  transport->failing = {releases[0]};
+  step(control->stop(), false, releases,
+       {"WARN: failed to release service with id 0x" + std::to_string(ids[0]),
+        "ERROR: SensorControl unable to release all services - SOME/IP communication - status inconsistent "
+        "until application shutdown"});
+  step(control->start(), false, {}, {"WARN: SensorControl already started - ignoring restart"});
+  transport->failing = {"unsubscribeAvailability"};
+  step(control->stop(), false, releases + Strings{"unsubscribeAvailability"},
+       {"ERROR: SensorControl unable to unsubscribe from service availability updates - status inconsistent "
+        "until application shutdown"});
+  transport->failing = {"disconnect"};
+  step(control->shutdown(), false, releases + Strings{"unsubscribeAvailability", "disconnect"},
+       {"WARN: shutdown called without having been stopped - forcing stop"});
+  EXPECT_FALSE(transport->reportAvailability({2, 1}, true)) << "the stop withdrew the availability handler";
+  transport->failing.clear();
+  step(control->shutdown(), true, {"disconnect"});
+  control.reset();
+  EXPECT_EQ(transport->takeCalls(), Strings{"disconnect"}) << "the destructor disconnects once more";
+}
+
+TEST_F(SensorControlTest, RefusedTransitionsAndFailedStarts) {
+  step(control->stop(), true, {}, {"WARN: SensorControl already stopped - ignoring stop"});
+  transport->failing = {subscribe[0]};
+  step(control->start(), false, subscribe,
+       {"ERROR: SensorControl unable to subscribe to service availability updates"});
+  step(control->shutdown(), true, {"disconnect"});  // nothing registered, nothing to withdraw
+  transport->failing = {requests[1]};
+  for (int attempt = 0; attempt < 2; ++attempt) {  // still stopped: the second start tries again
+    step(control->start(), false, subscribe + requests + releases,
+         {"ERROR: failed to request service with id 0x" + std::to_string(ids[1]),
+          "ERROR: SensorControl unable to request all services - releasing all"});
+  }
+  step(control->shutdown(), true, {"unsubscribeAvailability", "disconnect"});
+  EXPECT_FALSE(transport->reportAvailability({2, 1}, true));
+  transport->failing = {"connect"};
+  for (const auto result : {static_cast<Result>(7), Result::Timeout}) {
+    transport->failure = result;
+    step(control->init(), false, {"connect"}, {"ERROR: SensorControl cannot connect"});
+  }
+  transport->failing.clear();
+  step(control->start(), true, subscribe + requests);
+  step(control->start(), false, {}, {"WARN: SensorControl already started - ignoring restart"});
+}
+
+TEST_F(SensorControlTest, StopMarksClientsUnavailableFirstAndShutdownDropsThem) {
+  ASSERT_TRUE(control->start());
+  transport->reportAvailability({2, 0x10}, true);
+  transport->reportAvailability({3, 0x10}, true);
+  transport->reportAvailability({3, 0x20}, false);
+  announced.clear();
+  transport->takeCalls();
+
+  ASSERT_TRUE(control->stop());
+  const Strings calls = transport->takeCalls();
+  ASSERT_EQ(calls.size(), 6U);
+  EXPECT_EQ(std::set<std::string>(calls.begin(), calls.begin() + 2),
+            (std::set<std::string>{"unsubscribeEvents 0x2/0x10", "unsubscribeEvents 0x3/0x10"}));
+  EXPECT_EQ(Strings(calls.begin() + 2, calls.end()), releases + Strings{"unsubscribeAvailability"});
+  EXPECT_EQ(announced, (std::vector<Announcement>{{made[0x10], {2, 3}}})) << "0x20 had no change";
+
+  const std::weak_ptr<vesk::ISensorControl::IClient> kept = made[0x10];
+  made.clear();
+  announced.clear();
+  EXPECT_FALSE(kept.expired()) << "clients survive stop";
+  EXPECT_TRUE(control->shutdown());
+  EXPECT_TRUE(kept.expired()) << "shutdown drops the library's references";
+}
+
+TEST_F(SensorControlTest, ReportsMakeOneClientPerSensorAndReachEverySubscriber) {
+  std::vector<Announcement> second;
+  auto secondSubscription =
+      control->subscribe([&second](const ClientPtr& client, const ServiceSet& services) {
+        second.emplace_back(client, services);
+      });
+  ASSERT_TRUE(control->start());
+  log.clear();
+  failingSensors = {0x40};
+  const std::string instance = "DEBUG: SensorControl service instance ";
+  const std::string discovered = "DEBUG: SensorControl discovered new sensor ";
+  const std::vector<std::tuple<Address, bool, Strings>> reports{
+      {{2, 0xFFFF}, true, {"DEBUG: SensorControl ignoring wildcard [0x2,0xffff]: available true"}},
+      {{3, 0x10}, true, {discovered + "[0x10]", instance + "[0x3,0x10]: available true"}},
+      {{4, 0x10}, false, {instance + "[0x4,0x10]: available false"}},
+      {{3, 0xabc}, false, {discovered + "[0xabc]", instance + "[0x3,0xabc]: available false"}},
+      {{2, 0x40}, true, {"ERROR: SensorControl sensor client [0x40] creation failed."}},
+      {{2, 2}, true, {discovered + "[0x2]", instance + "[0x2,0x2]: available true"}},  // legacy addresses
+      {{3, 3}, true, {instance + "[0x3,0x3]: available true"}},
+      {{4, 4}, false, {instance + "[0x4,0x4]: available false"}},
+      {{3, 0x10}, false, {instance + "[0x3,0x10]: available false"}}};
+  for (const auto& [address, available, lines] : reports) {
+    transport->reportAvailability(address, available);
+    EXPECT_EQ(log.lines(), lines) << addressText(address);
+    log.clear();
+  }
+  failingSensors.clear();
+  transport->reportAvailability({4, 0x40}, true);  // the failed creation left no entry behind
+
+  EXPECT_EQ(factoryCalls, (std::vector<std::uint16_t>{0x10, 0xabc, 0x40, 2, 0x40}));
+  const std::vector<Announcement> expected{{made[0x10], {3}}, {made[0x10], {4}}, {made[0xabc], {3}},
+                                           {made[2], {2}},    {made[2], {3}},    {made[2], {4}},
+                                           {made[0x10], {3}}, {made[0x40], {4}}};
+  EXPECT_EQ(announced, expected);
+  EXPECT_EQ(second, expected);
+  EXPECT_EQ(made[0x10]->getServiceAddresses(), (std::unordered_set<Address>{{3, 0x10}, {4, 0x10}}));
+  EXPECT_FALSE(made[0x10]->hasAvailableService());
+  EXPECT_EQ(made[2]->getServiceAvailability(),
+            (std::unordered_map<std::uint16_t, bool>{{2, true}, {3, true}, {4, false}}));
+
+  secondSubscription.reset();
+  transport->reportAvailability({2, 0x10}, true);
+  EXPECT_EQ(second.size(), expected.size()) << "a dropped subscription hears nothing";
+  EXPECT_EQ(announced.size(), expected.size() + 1U);
+}
+
+TEST(SensorControlFactories, InvalidArgumentsYieldNothingAndOneErrorLineEach) {
+  LogCapture log;
+  const std::string control = "ERROR: Unable to create SensorControl: invalid parameter(s).";
+  EXPECT_EQ(vesk::makeSensorControl(std::make_shared<RecordingTransport>(), vesk::ClientFactory(), {2}),
+            nullptr);
+  EXPECT_EQ(vesk::makeSensorControl(nullptr, vesk::detail::makeSensorControlClientA, {2}), nullptr);
+  EXPECT_EQ(vesk::makeSensorControlA(nullptr), nullptr);
+  EXPECT_EQ(vesk::detail::makeSensorControlClientA(nullptr, 1), nullptr);
+  EXPECT_EQ(log.lines(), (Strings{control, control, control,
+                                  "ERROR: Unable to create SensorControl's ClientA: invalid parameter(s)."}));
+}
+
+}  // namespace
+}  // namespace kov::test
