@@ -17,5 +17,5 @@ if [[ $(id -u) -ne 0 ]]; then
   sudo=(sudo)
 fi
 export DEBIAN_FRONTEND=noninteractive
-"${sudo[@]}" apt-get update -qq
+"${sudo[@]}" apt-get update -qq || echo "apt-get update reported a problem; trying the install anyway"
 "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
