@@ -185,6 +185,23 @@ NetworkResult tryReadFrom(int sock, void* buffer, std::size_t capacity, std::siz
 
 }  // namespace detail
 
+namespace {
+
+/// One read; `onData` sees the sender only when the read returned OK, so that the caller's outputs other
+/// than `received` are written only then.
+template <typename OnData>
+NetworkResult readAndThen(int sock, void* buffer, std::size_t capacity, std::size_t& received,
+                          OnData onData) {
+  SenderAddress sender;
+  const NetworkResult result = detail::tryReadFrom(sock, buffer, capacity, received, sender.get());
+  if (result == NetworkResult::OK) {
+    onData(sender);
+  }
+  return result;
+}
+
+}  // namespace
+
 NetworkResult tryRead(int sock, void* buffer, std::size_t capacity, std::size_t& received) {
   SenderAddress sender;
   return detail::tryReadFrom(sock, buffer, capacity, received, sender.get());
@@ -192,29 +209,19 @@ NetworkResult tryRead(int sock, void* buffer, std::size_t capacity, std::size_t&
 
 NetworkResult tryReadFrom(int sock, void* buffer, std::size_t capacity, std::size_t& received,
                           std::string& address) {
-  SenderAddress sender;
-  const NetworkResult result = detail::tryReadFrom(sock, buffer, capacity, received, sender.get());
-  if (result == NetworkResult::OK) {
-    address = sockAddrToString(sender.ptr());
-  }
-  return result;
+  return readAndThen(sock, buffer, capacity, received,
+                     [&](const SenderAddress& sender) { address = sockAddrToString(sender.ptr()); });
 }
 
 NetworkResult tryReadFrom(int sock, void* buffer, std::size_t capacity, std::size_t& received,
                           std::string& address, std::uint16_t& port) {
-  SenderAddress sender;
-  const NetworkResult result = detail::tryReadFrom(sock, buffer, capacity, received, sender.get());
-  if (result == NetworkResult::OK) {
-    address = sockAddrToString(sender.ptr(), port);
-  }
-  return result;
+  return readAndThen(sock, buffer, capacity, received,
+                     [&](const SenderAddress& sender) { address = sockAddrToString(sender.ptr(), port); });
 }
 
 NetworkResult tryReadFrom(int sock, void* buffer, std::size_t capacity, std::size_t& received,
                           std::uint32_t& ip, std::uint16_t& port) {
-  SenderAddress sender;
-  const NetworkResult result = detail::tryReadFrom(sock, buffer, capacity, received, sender.get());
-  if (result == NetworkResult::OK) {
+  return readAndThen(sock, buffer, capacity, received, [&](const SenderAddress& sender) {
     if (sender.storage.ss_family == AF_INET) {
       sockaddr_in ipv4{};
       std::memcpy(&ipv4, &sender.storage, sizeof(ipv4));
@@ -224,18 +231,13 @@ NetworkResult tryReadFrom(int sock, void* buffer, std::size_t capacity, std::siz
       ip = 0;
       port = 0;
     }
-  }
-  return result;
+  });
 }
 
 NetworkResult tryReadFrom(int sock, void* buffer, std::size_t capacity, std::size_t& received,
                           std::uint16_t& port) {
-  SenderAddress sender;
-  const NetworkResult result = detail::tryReadFrom(sock, buffer, capacity, received, sender.get());
-  if (result == NetworkResult::OK) {
-    port = getSourcePort(sender.get());
-  }
-  return result;
+  return readAndThen(sock, buffer, capacity, received,
+                     [&](SenderAddress& sender) { port = getSourcePort(sender.get()); });
 }
 
 }  // namespace kov::platform::networking::udp

@@ -75,12 +75,20 @@ bool isGoodCallResult(kov::platform::networking::ISomeIpTransport::Result result
   return false;
 }
 
+template <typename Param>
+bool ClientA::mayCall(std::uint16_t serviceId, std::uint16_t methodId) const {
+  if (isSupportedAndAvailable(serviceId, methodId)) {
+    return true;
+  }
+  KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
+      << kov::common::types::utils::getTypeName<Param>()
+      << " not supported/available on this client - not calling the transport";
+  return false;
+}
+
 template <typename Wire, typename Typed>
 bool ClientA::callGetter(std::uint16_t serviceId, std::uint16_t methodId, Typed& out) const {
-  if (!isSupportedAndAvailable(serviceId, methodId)) {
-    KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
-        << kov::common::types::utils::getTypeName<Typed&>()
-        << " not supported/available on this client - not calling the transport";
+  if (!mayCall<Typed&>(serviceId, methodId)) {
     return false;
   }
   const Address address = getServiceAddress(serviceId);
@@ -94,10 +102,7 @@ bool ClientA::callGetter(std::uint16_t serviceId, std::uint16_t methodId, Typed&
 
 template <typename Wire, typename Typed>
 bool ClientA::callSetter(std::uint16_t serviceId, std::uint16_t methodId, const Typed& in) {
-  if (!isSupportedAndAvailable(serviceId, methodId)) {
-    KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
-        << kov::common::types::utils::getTypeName<const Typed&>()
-        << " not supported/available on this client - not calling the transport";
+  if (!mayCall<const Typed&>(serviceId, methodId)) {
     return false;
   }
   const Address address = getServiceAddress(serviceId);
@@ -133,10 +138,7 @@ bool ClientA::getAchievedScanSettings(types::AchievedScanSettings& settings) con
 }
 
 bool ClientA::setScanPattern(const types::ScanPattern& pattern) {
-  if (!isSupportedAndAvailable(detail::SCAN_SERVICE_ID, SET_SCAN_PATTERN)) {
-    KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
-        << kov::common::types::utils::getTypeName<const types::ScanPattern&>()
-        << " not supported/available on this client - not calling the transport";
+  if (!mayCall<const types::ScanPattern&>(detail::SCAN_SERVICE_ID, SET_SCAN_PATTERN)) {
     return false;
   }
   const Address address = getServiceAddress(detail::SCAN_SERVICE_ID);

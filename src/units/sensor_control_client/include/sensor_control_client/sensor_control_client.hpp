@@ -192,6 +192,9 @@ class ClientA : public ISensorControl::IClient, public ISensorControl::IClientA 
   const Typed& readEvent(const Typed& entry) const;
 
   // Common steps of the getters and setters.
+  /// The gate of every call; a refusal is followed by a DEBUG line naming the operation's parameter type.
+  template <typename Param>
+  bool mayCall(std::uint16_t serviceId, std::uint16_t methodId) const;
   template <typename Wire, typename Typed>
   bool callGetter(std::uint16_t serviceId, std::uint16_t methodId, Typed& out) const;
   template <typename Wire, typename Typed>
