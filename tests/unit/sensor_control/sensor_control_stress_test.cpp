@@ -79,6 +79,9 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersAndTeardown) {
     for (int reader = 0; reader < 2; ++reader) {
       threads.emplace_back([&] {
         vesk::types::DesiredScanSettings settings{};
+        vesk::types::ScanDatum datum{};
+        vesk::types::SensorHealthStatus health{};
+        vesk::types::SystemModeStatus mode{};
         while (!finish) {
           const auto clients = [&] {
             std::scoped_lock lock(registryMutex);
@@ -89,9 +92,10 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersAndTeardown) {
             static_cast<void>(entry.second->getServiceAvailability());
             static_cast<void>(entry.second->hasAvailableService());
             static_cast<void>(methods.getDesiredScanSettings(settings));
-            static_cast<void>(methods.getScanDatumEvent().elevation +
-                              methods.getSensorHealthStatusEvent().value1);
-            static_cast<void>(methods.getSystemModeStatusEvent());
+            // Events keep arriving: read whole records under the client's event lock.
+            methods.copyEvent(datum);
+            methods.copyEvent(health);
+            methods.copyEvent(mode);
           }
         }
       });
@@ -123,6 +127,70 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersAndTeardown) {
   EXPECT_EQ(calls.front(), "connect");
   EXPECT_EQ(std::vector<std::string>(calls.end() - 3, calls.end()),
             (std::vector<std::string>{"unsubscribeAvailability", "disconnect", "disconnect"}));
+}
+
+TEST(SensorControlStress, EverySuccessfulStopLeavesNoClientAvailableAndNoEventSubscription) {
+  alarm(240);
+  constexpr std::uint16_t FLAPPING = 32;
+  constexpr int CYCLES = 60;
+  auto& holder = kov::common::log::SystemLoggerSingleton::instance();
+  const auto previousLogger = std::exchange(holder.logger, std::make_shared<SilentLogger>());
+  auto transport = std::make_shared<RecordingTransport>();
+  transport->recordEvents = false;
+  auto control = vesk::makeSensorControlA(transport);
+  std::mutex registryMutex;
+  std::map<std::uint16_t, ClientPtr> registry;
+  std::atomic<int> announcements{0};
+  const auto subscription = control->subscribe([&](const ClientPtr& client, const auto&) {
+    ++announcements;
+    std::scoped_lock lock(registryMutex);
+    registry[client->getSensorId()] = client;
+  });
+
+  std::atomic<bool> finish{false};
+  std::vector<std::thread> reporters;
+  for (unsigned reporter = 0; reporter < 2; ++reporter) {
+    reporters.emplace_back([&, reporter] {
+      for (unsigned round = 0; !finish; ++round) {
+        for (std::uint16_t sensor = FIRST_SENSOR; sensor < FIRST_SENSOR + FLAPPING; ++sensor) {
+          for (std::uint16_t service = 2; service <= 3; ++service) {
+            transport->reportAvailability({service, sensor}, ((round + reporter + service) & 1U) == 0U);
+          }
+        }
+      }
+    });
+  }
+  int stops = 0;
+  int availableAfterStop = 0;
+  int subscriptionsAfterStop = 0;
+  for (int cycle = 0; cycle < CYCLES; ++cycle) {
+    ASSERT_TRUE(control->start());
+    // Let some reports through (bounded) before stopping in the middle of them.
+    const int before = announcements;
+    for (int wait = 0; wait < 2000 && announcements < before + 40; ++wait) {
+      std::this_thread::sleep_for(std::chrono::microseconds(500));
+    }
+    if (!control->stop()) {
+      continue;
+    }
+    ++stops;
+    subscriptionsAfterStop += static_cast<int>(transport->eventSubscriptionCount());
+    std::scoped_lock lock(registryMutex);
+    for (const auto& entry : registry) {
+      availableAfterStop += entry.second->hasAvailableService() ? 1 : 0;
+    }
+  }
+  finish = true;
+  for (auto& thread : reporters) {
+    thread.join();
+  }
+  EXPECT_EQ(stops, CYCLES);
+  EXPECT_EQ(availableAfterStop, 0) << "clients available right after a successful stop";
+  EXPECT_EQ(subscriptionsAfterStop, 0) << "event subscriptions left at the transport after a successful stop";
+  EXPECT_GT(registry.size(), 1U) << "reports reached the sensor control";
+  control.reset();
+  holder.logger = previousLogger;
+  alarm(0);
 }
 
 TEST(SensorControlRace, SimultaneousFirstReportsOfOneSensorShareOneClient) {

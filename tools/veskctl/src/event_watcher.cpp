@@ -21,12 +21,13 @@ std::string healthStateOf(const types::SensorHealthStatus& health) {
 }  // namespace
 
 EventSnapshot snapshotOf(const Sensor& sensor) {
+  // Events keep arriving while we read: copy each record whole, under the client's event lock.
   EventSnapshot snapshot;
-  snapshot.mode = sensor.control->getSystemModeStatusEvent();
-  snapshot.health = sensor.control->getSensorHealthStatusEvent();
-  snapshot.achieved = sensor.control->getAchievedScanSettingsEvent();
-  snapshot.datum = sensor.control->getScanDatumEvent();
-  snapshot.patternStatus = sensor.control->getScanPatternCommandStatusEvent();
+  sensor.control->copyEvent(snapshot.mode);
+  sensor.control->copyEvent(snapshot.health);
+  sensor.control->copyEvent(snapshot.achieved);
+  sensor.control->copyEvent(snapshot.datum);
+  sensor.control->copyEvent(snapshot.patternStatus);
   return snapshot;
 }
 

@@ -20,7 +20,7 @@ struct EventSnapshot {
   types::ScanPatternCommandStatus patternStatus{};
 };
 
-/// Copies the sensor's event records; each accessor hands out a whole record, never a torn one.
+/// Copies the sensor's event records, each one whole (never half of one event and half of another).
 EventSnapshot snapshotOf(const Sensor& sensor);
 
 /// Polls the event caches of the session's sensors and prints each value that changed since the last

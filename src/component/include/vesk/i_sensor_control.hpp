@@ -36,6 +36,11 @@ class ISensorControl {
   };
 
   /// The sensor's methods (synchronous getters and setters) and its latest event values.
+  ///
+  /// Each `get...Event()` returns a reference to the client's own cache record, which later events
+  /// overwrite in place; reading it while an event arrives may give a mix of old and new fields. The
+  /// `copyEvent` overloads copy one whole record under the client's event lock instead: use them when
+  /// events may arrive while reading.
   class IClientA {
    public:
     virtual bool setScanDatum(const types::ScanDatum& datum) = 0;
@@ -56,6 +61,14 @@ class ISensorControl {
     virtual bool getDatapathDestinationInfo(types::DatapathDestinationInfo& info) const = 0;
     virtual bool setDatapathDestinationInfo(const types::DatapathDestinationInfo& info) = 0;
     virtual ~IClientA() = default;
+
+    // Race-free reads of one cache record (declared after the destructor so that the operations above
+    // keep their positions in the virtual table).
+    virtual void copyEvent(types::ScanDatum& out) const = 0;
+    virtual void copyEvent(types::AchievedScanSettings& out) const = 0;
+    virtual void copyEvent(types::ScanPatternCommandStatus& out) const = 0;
+    virtual void copyEvent(types::SystemModeStatus& out) const = 0;
+    virtual void copyEvent(types::SensorHealthStatus& out) const = 0;
   };
 
   /// Told which client's services (by service id) changed.

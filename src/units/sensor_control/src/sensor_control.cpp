@@ -55,6 +55,10 @@ SensorControl::SensorControl(std::shared_ptr<ISomeIpTransport> transport, Client
 
 SensorControl::~SensorControl() {
   static_cast<void>(shutdown());
+  // A withdrawal that failed leaves the handler with the transport: make its later calls no-ops.
+  if (availabilityGuard_) {
+    availabilityGuard_->close();
+  }
 }
 
 bool SensorControl::init() {
@@ -72,7 +76,15 @@ bool SensorControl::start() {
   }
 
   const std::vector<std::uint16_t> ids(serviceIds_.begin(), serviceIds_.end());
-  auto handler = [this](const Address& address, bool available) { onAvailability(address, available); };
+  if (!availabilityGuard_) {
+    availabilityGuard_ = std::make_shared<HandlerGuard>();
+  }
+  auto handler = [guard = availabilityGuard_, this](const Address& address, bool available) {
+    const HandlerGuard::Call call(*guard);
+    if (call) {
+      onAvailability(address, available);
+    }
+  };
   if (!transport_->subscribeAvailability(ids, std::move(handler))) {
     KOV_LOG(ERROR, LOG_PATH) << "SensorControl unable to subscribe to service availability updates";
     return false;
@@ -95,16 +107,7 @@ bool SensorControl::stop() {
     return true;
   }
 
-  {
-    std::scoped_lock lock(clientsMutex_);
-    for (const auto& entry : clients_) {
-      const ClientPtr& client = entry.second;
-      const std::unordered_set<std::uint16_t> changed = client->setAllAvailable(false);
-      if (!changed.empty()) {
-        observable_.updateValue(client, changed);
-      }
-    }
-  }
+  markAllUnavailable();
 
   if (!releaseServices(*transport_, serviceIds_)) {
     KOV_LOG(ERROR, LOG_PATH) << "SensorControl unable to release all services - SOME/IP communication - "
@@ -116,7 +119,10 @@ bool SensorControl::stop() {
                                 "status inconsistent until application shutdown";
     return false;
   }
-  availabilityRegistered_ = false;
+  // Reports that arrived since the first pass may have made clients available (and subscribed) again;
+  // none can arrive any more, so a second pass leaves every client unavailable.
+  closeAvailabilityHandler();
+  markAllUnavailable();
   started_ = false;
   return true;
 }
@@ -130,7 +136,7 @@ bool SensorControl::shutdown() {
   // handler bound to this object; withdraw it before the clients go and, at the latest, before the
   // object is destroyed. Its failures were already reported where the registration went wrong.
   if (availabilityRegistered_ && transport_->unsubscribeAvailability()) {
-    availabilityRegistered_ = false;
+    closeAvailabilityHandler();
   }
 
   ClientPtr legacyClient;
@@ -142,6 +148,25 @@ bool SensorControl::shutdown() {
   legacyClient.reset();  // the last reference may be this one: let the client go outside the lock
 
   return transport_->disconnect() == ISomeIpTransport::Result::Ok;
+}
+
+void SensorControl::markAllUnavailable() {
+  std::scoped_lock lock(clientsMutex_);
+  for (const auto& entry : clients_) {
+    const ClientPtr& client = entry.second;
+    const std::unordered_set<std::uint16_t> changed = client->setAllAvailable(false);
+    if (!changed.empty()) {
+      observable_.updateValue(client, changed);
+    }
+  }
+}
+
+void SensorControl::closeAvailabilityHandler() {
+  availabilityRegistered_ = false;
+  if (availabilityGuard_) {
+    availabilityGuard_->close();
+    availabilityGuard_.reset();
+  }
 }
 
 std::shared_ptr<ISensorControl::Subscription> SensorControl::subscribe(const SubscriberCallback& callback) {

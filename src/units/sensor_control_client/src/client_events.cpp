@@ -41,10 +41,14 @@ void ClientA::subscribeToEvents(std::uint16_t serviceId) {
     return;
   }
 
-  // The handler holds a raw pointer: the destructor unsubscribes before this object goes away.
-  Transport::EventHandler handler = [this, serviceId](std::uint16_t eventId, const void* data,
-                                                      std::size_t size) {
-    onEventReceived(serviceId, eventId, data, size);
+  // The handler holds a raw pointer: the destructor unsubscribes and closes eventGuard_ before this
+  // object goes away, so a call that the transport makes later does nothing.
+  Transport::EventHandler handler = [guard = eventGuard_, this, serviceId](
+                                        std::uint16_t eventId, const void* data, std::size_t size) {
+    const HandlerGuard::Call call(*guard);
+    if (call) {
+      onEventReceived(serviceId, eventId, data, size);
+    }
   };
   const Address address = serviceAddressLocked(serviceId);
   if (!transport_->subscribeEvents(address, info.eventGroupId, info.eventIds, std::move(handler))) {
@@ -117,34 +121,53 @@ void ClientA::storeEvent(std::uint16_t eventId, const void* data, std::size_t si
   entry = received;
 }
 
-// One thread-local copy per record type and thread; see the class comment.
-template <typename Typed>
-const Typed& ClientA::readEvent(const Typed& entry) const {
-  static_assert(std::is_trivially_copyable_v<Typed>, "event records are copied without allocating");
-  thread_local Typed copy{};
-  std::lock_guard<std::mutex> lock(eventMutex_);
-  copy = entry;
-  return copy;
-}
-
+// The accessors hand out the cache records themselves, unlocked; see the class comment.
 const types::ScanDatum& ClientA::getScanDatumEvent() const {
-  return readEvent(scanDatumEvent_);
+  return scanDatumEvent_;
 }
 
 const types::AchievedScanSettings& ClientA::getAchievedScanSettingsEvent() const {
-  return readEvent(achievedScanSettingsEvent_);
+  return achievedScanSettingsEvent_;
 }
 
 const types::ScanPatternCommandStatus& ClientA::getScanPatternCommandStatusEvent() const {
-  return readEvent(scanPatternCommandStatusEvent_);
+  return scanPatternCommandStatusEvent_;
 }
 
 const types::SystemModeStatus& ClientA::getSystemModeStatusEvent() const {
-  return readEvent(systemModeStatusEvent_);
+  return systemModeStatusEvent_;
 }
 
 const types::SensorHealthStatus& ClientA::getSensorHealthStatusEvent() const {
-  return readEvent(sensorHealthStatusEvent_);
+  return sensorHealthStatusEvent_;
+}
+
+// A whole record, copied under the lock that storeEvent() writes it under.
+template <typename Typed>
+void ClientA::copyEntry(const Typed& entry, Typed& out) const {
+  static_assert(std::is_trivially_copyable_v<Typed>, "event records are copied without allocating");
+  std::lock_guard<std::mutex> lock(eventMutex_);
+  out = entry;
+}
+
+void ClientA::copyEvent(types::ScanDatum& out) const {
+  copyEntry(scanDatumEvent_, out);
+}
+
+void ClientA::copyEvent(types::AchievedScanSettings& out) const {
+  copyEntry(achievedScanSettingsEvent_, out);
+}
+
+void ClientA::copyEvent(types::ScanPatternCommandStatus& out) const {
+  copyEntry(scanPatternCommandStatusEvent_, out);
+}
+
+void ClientA::copyEvent(types::SystemModeStatus& out) const {
+  copyEntry(systemModeStatusEvent_, out);
+}
+
+void ClientA::copyEvent(types::SensorHealthStatus& out) const {
+  copyEntry(sensorHealthStatusEvent_, out);
 }
 
 void ClientA::resetEventData() {

@@ -38,11 +38,14 @@ bool isMethodSupported(std::uint16_t serviceId, std::uint16_t methodId) {
 }
 
 ClientA::ClientA(std::shared_ptr<Transport> transport, std::uint16_t sensorId)
-    : transport_(std::move(transport)), sensorId_(sensorId) {}
+    : transport_(std::move(transport)), sensorId_(sensorId), eventGuard_(std::make_shared<HandlerGuard>()) {}
 
 ClientA::~ClientA() {
-  // The transport holds event handlers that point at this object: drop them before it goes.
+  // The transport holds event handlers that point at this object: drop them before it goes. An
+  // unsubscription can fail and leave a handler with the transport; the closed guard turns its later
+  // calls into no-ops and waits for one that is running now.
   static_cast<void>(setAllAvailable(false));
+  eventGuard_->close();
 }
 
 std::uint16_t ClientA::getSensorId() const {
@@ -57,19 +60,20 @@ ClientA::Address ClientA::serviceAddressLocked(std::uint16_t serviceId) const {
   return Address{serviceId, it->second.instanceId};
 }
 
-// The public readers of the table lock it as well: availability reports insert entries from transport
-// threads while application threads read addresses, and an insertion may rehash the table. The code
-// that already holds the lock uses serviceAddressLocked().
+// The address readers never wait for servicesMutex_, which is held while the transport runs: they read
+// instanceIds_ under addressesMutex_ (an insertion may rehash it while another thread reads). The code
+// that holds servicesMutex_ uses serviceAddressLocked().
 ClientA::Address ClientA::getServiceAddress(std::uint16_t serviceId) const {
-  std::lock_guard<std::mutex> lock(servicesMutex_);
-  return serviceAddressLocked(serviceId);
+  std::lock_guard<std::mutex> lock(addressesMutex_);
+  const auto it = instanceIds_.find(serviceId);
+  return Address{serviceId, it == instanceIds_.end() ? Transport::ANY_INSTANCE : it->second};
 }
 
 std::unordered_set<ClientA::Address> ClientA::getServiceAddresses() const {
-  std::lock_guard<std::mutex> lock(servicesMutex_);
   std::unordered_set<Address> addresses;
-  for (const auto& [serviceId, info] : services_) {
-    addresses.insert(Address{serviceId, info.instanceId});
+  std::lock_guard<std::mutex> lock(addressesMutex_);
+  for (const auto& [serviceId, instanceId] : instanceIds_) {
+    addresses.insert(Address{serviceId, instanceId});
   }
   return addresses;
 }
@@ -121,6 +125,10 @@ bool ClientA::setAvailable(const Address& address, bool available) {
 
   info.instanceId = address.instanceId;
   info.available = available;
+  {
+    std::lock_guard<std::mutex> addressesLock(addressesMutex_);
+    instanceIds_[address.serviceId] = address.instanceId;
+  }
   if (available == wasAvailable) {
     return inserted;
   }

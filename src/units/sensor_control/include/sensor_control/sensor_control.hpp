@@ -7,6 +7,7 @@
 #include <unordered_set>
 
 #include "common/types/observable.hpp"
+#include "handler_guard/handler_guard.hpp"
 #include "networking/i_some_ip_transport.hpp"
 #include "vesk/i_sensor_control.hpp"
 
@@ -33,6 +34,12 @@ bool releaseServices(kov::platform::networking::ISomeIpTransport& transport,
 /// reports arrive on transport threads. clientsMutex_ is always taken before the observable's mutex,
 /// and no lock of this object is held while the transport connects, disconnects, (un)subscribes
 /// availability or requests/releases services.
+///
+/// The availability handler holds a raw pointer to this object and shares `availabilityGuard_`, which
+/// is closed once the transport has withdrawn the handler and at the latest by the destructor: a report
+/// delivered after that does nothing, and closing waits for a report still running on another thread.
+/// A successful stop therefore ends with no report in flight and, after one more pass that marks every
+/// client unavailable, with no client available and no event subscription left.
 class SensorControl : public ISensorControl {
  public:
   using Address = kov::platform::networking::ISomeIpTransport::Address;
@@ -59,6 +66,10 @@ class SensorControl : public ISensorControl {
   ClientPtr findClient(const Address& address);
   /// Creates the client of sensor `sensorId`, or returns the one a concurrent report just stored.
   ClientPtr createClient(std::uint16_t sensorId);
+  /// Marks every client unavailable and announces each client whose services changed.
+  void markAllUnavailable();
+  /// After the transport withdrew the availability handler: no report runs or starts any more.
+  void closeAvailabilityHandler();
 
   std::shared_ptr<kov::platform::networking::ISomeIpTransport> transport_;
   ClientFactory clientFactory_;
@@ -71,6 +82,8 @@ class SensorControl : public ISensorControl {
   bool started_{false};
   /// True while the transport may hold the availability handler (it captures the raw `this`).
   bool availabilityRegistered_{false};
+  /// Shared by the handlers registered since the last withdrawal; empty when none is registered.
+  std::shared_ptr<HandlerGuard> availabilityGuard_;
 };
 
 }  // namespace kov::drivers::lidar::vesk

@@ -12,6 +12,7 @@
 
 #include "common/log/log.hpp"
 #include "common/types/type_name.hpp"
+#include "handler_guard/handler_guard.hpp"
 #include "networking/i_some_ip_transport.hpp"
 #include "serialization/convert.hpp"
 #include "vesk/i_sensor_control.hpp"
@@ -105,14 +106,20 @@ bool callMethodNoResponseData(kov::platform::networking::ISomeIpTransport& trans
 ///
 /// Threads and locks: `servicesMutex_` guards the service table and is held while the transport's
 /// subscribeEvents/unsubscribeEvents run; `eventMutex_` guards the event cache. The two are never
-/// held together. Method calls run unlocked on the caller's thread.
+/// held together. `addressesMutex_` guards the copy of each service's instance id that
+/// getServiceAddress/getServiceAddresses read: it is held only for that copy, never while the
+/// transport runs, so a transport may report another sensor from inside subscribeEvents (the report
+/// walks every client's addresses) without waiting for this client. Method calls run unlocked on the
+/// caller's thread.
 ///
-/// Event accessors: each `get...Event()` copies its cache record, under `eventMutex_`, into a
-/// thread-local record of the calling thread and returns a reference to that copy. Readers therefore
-/// never race with the transport threads that deliver events, and every record read is whole (never
-/// a mix of two events). The returned reference stays valid for the life of the calling thread; its
-/// content is replaced by the next call of the same accessor on that thread, on any client. Copy the
-/// record when two values must be kept side by side.
+/// Event accessors: each `get...Event()` returns a reference to this client's own cache record, which
+/// later events overwrite in place. It takes no lock: a reader that copies the record while an event
+/// is stored may see a mix of old and new fields. `copyEvent` copies one whole record under
+/// `eventMutex_` and is the race-free read.
+///
+/// Event handlers hold a raw pointer to the client and share `eventGuard_`, which the destructor
+/// closes: a handler that the transport calls after the client is gone does nothing, and the
+/// destructor waits for a handler running on another thread.
 class ClientA : public ISensorControl::IClient, public ISensorControl::IClientA {
  public:
   using Transport = kov::platform::networking::ISomeIpTransport;
@@ -161,12 +168,17 @@ class ClientA : public ISensorControl::IClient, public ISensorControl::IClientA 
   bool getDatapathDestinationInfo(types::DatapathDestinationInfo& info) const override;
   bool setDatapathDestinationInfo(const types::DatapathDestinationInfo& info) override;
 
-  // Latest event values (see the class comment for the lifetime of the returned references).
+  // Latest event values: the cache records themselves (unlocked) and whole copies (locked).
   const types::ScanDatum& getScanDatumEvent() const override;
   const types::AchievedScanSettings& getAchievedScanSettingsEvent() const override;
   const types::ScanPatternCommandStatus& getScanPatternCommandStatusEvent() const override;
   const types::SystemModeStatus& getSystemModeStatusEvent() const override;
   const types::SensorHealthStatus& getSensorHealthStatusEvent() const override;
+  void copyEvent(types::ScanDatum& out) const override;
+  void copyEvent(types::AchievedScanSettings& out) const override;
+  void copyEvent(types::ScanPatternCommandStatus& out) const override;
+  void copyEvent(types::SystemModeStatus& out) const override;
+  void copyEvent(types::SensorHealthStatus& out) const override;
 
   /// Gate of every method call: the method must exist on the service (ERROR otherwise) and the
   /// service must be available (WARN otherwise).
@@ -189,7 +201,7 @@ class ClientA : public ISensorControl::IClient, public ISensorControl::IClientA 
   template <typename Wire, typename Typed>
   void storeEvent(std::uint16_t eventId, const void* data, std::size_t size, Typed& entry);
   template <typename Typed>
-  const Typed& readEvent(const Typed& entry) const;
+  void copyEntry(const Typed& entry, Typed& out) const;
 
   // Common steps of the getters and setters.
   /// The gate of every call; a refusal is followed by a DEBUG line naming the operation's parameter type.
@@ -205,6 +217,11 @@ class ClientA : public ISensorControl::IClient, public ISensorControl::IClientA 
   std::unordered_map<std::uint16_t, ServiceInfo> services_;
   mutable std::mutex servicesMutex_;
   mutable std::mutex eventMutex_;
+  // Service id to instance id of every table entry, for the address readers; guarded by
+  // addressesMutex_ and written (with servicesMutex_ held as well) when an entry's instance changes.
+  std::unordered_map<std::uint16_t, std::uint16_t> instanceIds_;
+  mutable std::mutex addressesMutex_;
+  std::shared_ptr<HandlerGuard> eventGuard_;
 
   // Event cache, guarded by eventMutex_.
   types::ScanDatum scanDatumEvent_{};
