@@ -1,4 +1,4 @@
-#include "mode_sequencer.hpp"
+#include "simulator/mode_sequencer.hpp"
 
 namespace kov::tools::simulator {
 

@@ -7,7 +7,7 @@
 
 #include "dispatcher.hpp"
 #include "handler_slot.hpp"
-#include "simulated_sensor.hpp"
+#include "simulator/simulated_sensor.hpp"
 
 namespace kov::tools::simulator {
 

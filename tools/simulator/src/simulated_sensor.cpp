@@ -1,4 +1,4 @@
-#include "simulated_sensor.hpp"
+#include "simulator/simulated_sensor.hpp"
 
 #include <cmath>
 #include <cstring>
@@ -112,6 +112,27 @@ void SimulatedSensor::reboot(Clock::time_point now) {
   nextHeartbeat_ = now + heartbeatPeriod_;
   mode_.reboot(now);
   achieved_ = {};
+}
+
+std::size_t SimulatedSensor::responseSizeOf(std::uint16_t serviceId, std::uint16_t methodId) {
+  switch ((static_cast<std::uint32_t>(serviceId) << 16) | methodId) {
+    case (MODE_SERVICE << 16) | 0x8001:
+      return sizeof(wire::SystemModeStatus);
+    case (SCAN_SERVICE << 16) | 0x8001:
+      return sizeof(wire::ScanSettings);
+    case (SCAN_SERVICE << 16) | 0x8003:
+      return sizeof(wire::ScanDatum);
+    case (SCAN_SERVICE << 16) | 0x8006:
+      return sizeof(wire::ScanSettingsStatus);
+    case (SCAN_SERVICE << 16) | 0x8007:
+      return sizeof(wire::ScanPatternError);
+    case (INFO_SERVICE << 16) | 0x0008:
+      return sizeof(wire::SoftwareApplicationInfo);
+    case (INFO_SERVICE << 16) | 0x000A:
+      return sizeof(wire::DatapathDestinationInfo);
+    default:
+      return 0;
+  }
 }
 
 Result SimulatedSensor::handleCall(std::uint16_t serviceId, std::uint16_t methodId, const void* request,

@@ -1,9 +1,31 @@
 #include "transport_factory.hpp"
 
+#include "someip/some_ip_transport.hpp"
+
 namespace kov::tools::veskctl {
 
 TransportBundle makeTransport(const TransportOptions& options, std::string& error) {
   TransportBundle bundle;
+  if (options.kind == TransportKind::SomeIp) {
+    namespace someip = kov::platform::networking::someip;
+    someip::TransportOptions transportOptions;
+    transportOptions.unicastAddress = options.unicast;
+    transportOptions.sdMulticastAddress = options.sdMulticast;
+    transportOptions.sdPort = options.sdPort;
+    if (!someip::validateOptions(transportOptions, error)) {
+      return bundle;
+    }
+    auto transport = std::make_shared<someip::SomeIpTransport>(transportOptions);
+    bundle.endpointOf = [weak = std::weak_ptr<someip::SomeIpTransport>(transport)](
+                            const kov::platform::networking::ISomeIpTransport::Address& address) {
+      const auto transport = weak.lock();
+      const auto endpoint = transport ? transport->offeredEndpoint(address) : std::nullopt;
+      return endpoint ? someip::toString(*endpoint) : std::string();
+    };
+    bundle.transport = std::move(transport);
+    bundle.expectedSensors = options.sensors;
+    return bundle;
+  }
   auto config = kov::tools::simulator::makeFleetConfig(options.sensors);
   config.legacySensor = options.legacySensor;
   if (!kov::tools::simulator::isValidFleetConfig(config, error)) {

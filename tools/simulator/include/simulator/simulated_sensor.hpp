@@ -6,7 +6,7 @@
 #include <mutex>
 #include <vector>
 
-#include "mode_sequencer.hpp"
+#include "simulator/mode_sequencer.hpp"
 #include "serialization/types/records.hpp"
 #include "serialization/types/scan_pattern.hpp"
 #include "serialization/wire/records.hpp"
@@ -42,6 +42,10 @@ class SimulatedSensor {
   Result handleCall(std::uint16_t serviceId, std::uint16_t methodId, const void* request,
                     std::size_t requestSize, void* response, std::size_t responseSize,
                     std::vector<OutgoingEvent>& events);
+
+  /// Size of the answer record of a method: the record a getter returns, 0 for a setter or an unknown
+  /// method. A server that receives only the request learns from it how large the response is.
+  static std::size_t responseSizeOf(std::uint16_t serviceId, std::uint16_t methodId);
 
   /// Moves the mode along and emits the heartbeat when due.
   std::vector<OutgoingEvent> tick(Clock::time_point now);

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace kov::platform::networking::someip {
+
+/// Service discovery travels as SOME/IP notifications of service 0xFFFF, method 0x8100.
+constexpr std::uint16_t SD_SERVICE_ID = 0xFFFF;
+constexpr std::uint16_t SD_METHOD_ID = 0x8100;
+constexpr std::uint8_t SD_INTERFACE_VERSION = 0x01;
+constexpr std::uint8_t SD_FLAG_REBOOT = 0x80;
+constexpr std::uint8_t SD_FLAG_UNICAST = 0x40;
+constexpr std::size_t SD_ENTRY_SIZE = 16;
+constexpr std::uint8_t ANY_MAJOR_VERSION = 0xFF;
+constexpr std::uint32_t ANY_MINOR_VERSION = 0xFFFFFFFF;
+/// A TTL of 0xFFFFFF means "until the next reboot".
+constexpr std::uint32_t TTL_INFINITE = 0xFFFFFF;
+
+enum class SdEntryType : std::uint8_t {
+  FIND_SERVICE = 0x00,
+  OFFER_SERVICE = 0x01,             ///< TTL 0: StopOfferService
+  SUBSCRIBE_EVENTGROUP = 0x06,      ///< TTL 0: StopSubscribeEventgroup
+  SUBSCRIBE_EVENTGROUP_ACK = 0x07,  ///< TTL 0: SubscribeEventgroupNack
+};
+
+enum class SdOptionType : std::uint8_t {
+  IPV4_ENDPOINT = 0x04,
+  IPV4_MULTICAST = 0x14,
+};
+
+constexpr std::uint8_t L4_PROTOCOL_UDP = 0x11;
+constexpr std::uint8_t L4_PROTOCOL_TCP = 0x06;
+
+/// An IPv4 endpoint or multicast option. `address` is in host order (0x7F000001 is 127.0.0.1).
+struct SdOption {
+  SdOptionType type{SdOptionType::IPV4_ENDPOINT};
+  std::uint32_t address{0};
+  std::uint8_t protocol{L4_PROTOCOL_UDP};
+  std::uint16_t port{0};
+
+  friend bool operator==(const SdOption& a, const SdOption& b) {
+    return a.type == b.type && a.address == b.address && a.protocol == b.protocol && a.port == b.port;
+  }
+};
+
+/// One entry with the IPv4 options it references (both option runs, in order). Service entries use
+/// `minorVersion`; eventgroup entries use `eventgroupId` and `counter`.
+struct SdEntry {
+  SdEntryType type{SdEntryType::FIND_SERVICE};
+  std::uint16_t serviceId{0};
+  std::uint16_t instanceId{0};
+  std::uint8_t majorVersion{0};
+  std::uint32_t ttl{0};  ///< seconds, 24 bits
+  std::uint32_t minorVersion{0};
+  std::uint16_t eventgroupId{0};
+  std::uint8_t counter{0};  ///< 4 bits
+  std::vector<SdOption> options;
+
+  bool isServiceEntry() const {
+    return type == SdEntryType::FIND_SERVICE || type == SdEntryType::OFFER_SERVICE;
+  }
+};
+
+/// The payload of one SD message.
+struct SdMessage {
+  std::uint8_t flags{SD_FLAG_UNICAST};
+  std::vector<SdEntry> entries;
+
+  bool reboot() const { return (flags & SD_FLAG_REBOOT) != 0; }
+};
+
+enum class SdParseError : std::uint8_t {
+  NONE = 0,
+  TRUNCATED,                   ///< shorter than flags and the two array lengths
+  ENTRIES_NOT_MULTIPLE_OF_16,  ///< entries array length not a multiple of 16
+  ENTRIES_OVERRUN,             ///< entries array reaches past the payload
+  OPTIONS_OVERRUN,             ///< options array length or an option reaches past the payload
+  OPTION_LENGTH_WRONG,         ///< an IPv4 option whose length field is not 9
+  UNKNOWN_OPTION_TYPE,         ///< an option type that SOME/IP-SD does not define
+  OPTION_INDEX_OUT_OF_RANGE,   ///< an entry refers to an option that is not there
+  UNKNOWN_ENTRY_TYPE,          ///< an entry type other than 0x00, 0x01, 0x06, 0x07
+};
+
+const char* describe(SdParseError error);
+
+/// Decodes the payload of an SD message (what follows the SOME/IP header). On failure `message` is
+/// left empty. Options of defined types that this transport does not use (configuration, load
+/// balancing, IPv6 and SD endpoints) are skipped and not attached to entries.
+SdParseError parseSdPayload(const std::uint8_t* data, std::size_t size, SdMessage& message);
+
+/// Encodes `message` as an SD payload. Every entry's options go into its first option run; equal
+/// options are written once and shared.
+std::vector<std::uint8_t> encodeSdPayload(const SdMessage& message);
+
+}  // namespace kov::platform::networking::someip

@@ -1,0 +1,143 @@
+#include "discovery_client.hpp"
+
+#include <algorithm>
+
+namespace kov::platform::networking::someip::detail {
+
+DiscoveryClient::DiscoveryClient(const TransportOptions& options,
+                                 std::function<std::chrono::milliseconds()> initialDelay)
+    : options_(options), initialDelay_(std::move(initialDelay)) {}
+
+void DiscoveryClient::requestService(std::uint16_t serviceId, Clock::time_point now) {
+  if (finds_.count(serviceId) != 0) {
+    return;
+  }
+  RepetitionSchedule schedule(now + initialDelay_(), false);
+  if (isOffered(serviceId)) {
+    schedule.finish();
+  }
+  finds_.emplace(serviceId, schedule);
+}
+
+void DiscoveryClient::releaseService(std::uint16_t serviceId) {
+  finds_.erase(serviceId);
+}
+
+bool DiscoveryClient::accepts(const SdEntry& entry) const {
+  return !options_.requiredMajorVersion || entry.majorVersion == *options_.requiredMajorVersion;
+}
+
+bool DiscoveryClient::isOffered(std::uint16_t serviceId) const {
+  const auto it = offers_.lower_bound(Address{serviceId, 0});
+  return it != offers_.end() && it->first.serviceId == serviceId;
+}
+
+void DiscoveryClient::onOfferEntry(Clock::time_point now, std::uint32_t peerIp, const SdEntry& entry,
+                                   std::vector<AvailabilityChange>& changes) {
+  const Address address{entry.serviceId, entry.instanceId};
+  if (entry.instanceId == ISomeIpTransport::ANY_INSTANCE || !accepts(entry)) {
+    return;
+  }
+  auto it = offers_.find(address);
+  if (entry.ttl == 0) {
+    if (it != offers_.end() && it->second.peerIp == peerIp) {
+      drop(it, changes);
+    }
+    return;
+  }
+  const SdOption* endpoint = udpEndpointOf(entry);
+  if (endpoint == nullptr) {
+    return;  // nothing this transport can reach (TCP only, or no endpoint)
+  }
+  RemoteOffer offer{peerIp, Endpoint{endpoint->address, endpoint->port}, entry.majorVersion,
+                    expiryOf(now, entry.ttl)};
+  if (it == offers_.end()) {
+    offers_.emplace(address, offer);
+    changes.push_back({address, true});
+    auto find = finds_.find(entry.serviceId);
+    if (find != finds_.end()) {
+      find->second.finish();
+    }
+    return;
+  }
+  it->second = offer;
+}
+
+void DiscoveryClient::onPeerReboot(std::uint32_t peerIp, std::vector<AvailabilityChange>& changes) {
+  for (auto it = offers_.begin(); it != offers_.end();) {
+    auto next = std::next(it);
+    if (it->second.peerIp == peerIp) {
+      drop(it, changes);
+    }
+    it = next;
+  }
+}
+
+void DiscoveryClient::poll(Clock::time_point now, SdOutbox& out, std::vector<AvailabilityChange>& changes) {
+  for (auto it = offers_.begin(); it != offers_.end();) {
+    auto next = std::next(it);
+    if (it->second.expires <= now) {
+      drop(it, changes);
+    }
+    it = next;
+  }
+  for (auto& [serviceId, schedule] : finds_) {
+    if (schedule.due() > now) {
+      continue;
+    }
+    SdOutgoing find;
+    find.entry.type = SdEntryType::FIND_SERVICE;
+    find.entry.serviceId = serviceId;
+    find.entry.instanceId = ISomeIpTransport::ANY_INSTANCE;
+    find.entry.majorVersion = options_.requiredMajorVersion.value_or(ANY_MAJOR_VERSION);
+    find.entry.minorVersion = ANY_MINOR_VERSION;
+    find.entry.ttl = options_.offerTtlSeconds;
+    out.push_back(find);
+    schedule.sent(now, options_);
+  }
+}
+
+Clock::time_point DiscoveryClient::nextDeadline() const {
+  Clock::time_point next = Clock::time_point::max();
+  for (const auto& [serviceId, schedule] : finds_) {
+    next = std::min(next, schedule.due());
+  }
+  for (const auto& [address, offer] : offers_) {
+    next = std::min(next, offer.expires);
+  }
+  return next;
+}
+
+std::optional<RemoteOffer> DiscoveryClient::offerOf(const Address& address) const {
+  const auto it = offers_.find(address);
+  if (it == offers_.end()) {
+    return std::nullopt;
+  }
+  return it->second;
+}
+
+std::optional<std::uint16_t> DiscoveryClient::instanceAt(const Endpoint& endpoint,
+                                                         std::uint16_t serviceId) const {
+  for (auto it = offers_.lower_bound(Address{serviceId, 0});
+       it != offers_.end() && it->first.serviceId == serviceId; ++it) {
+    if (it->second.endpoint == endpoint) {
+      return it->first.instanceId;
+    }
+  }
+  return std::nullopt;
+}
+
+std::vector<Address> DiscoveryClient::offeredAddresses() const {
+  std::vector<Address> addresses;
+  for (const auto& [address, offer] : offers_) {
+    addresses.push_back(address);
+  }
+  return addresses;
+}
+
+void DiscoveryClient::drop(OfferMap::iterator it, std::vector<AvailabilityChange>& changes) {
+  changes.push_back({it->first, false});
+  offers_.erase(it);
+}
+
+}  // namespace kov::platform::networking::someip::detail

@@ -1,0 +1,63 @@
+#include "dispatch_queue.hpp"
+
+#include "process/kov_platform_posix_process.hpp"
+
+namespace kov::platform::networking::someip::detail {
+
+void DispatchQueue::start() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (worker_.joinable()) {
+    return;
+  }
+  stopping_ = false;
+  worker_ = std::thread([this] { run(); });
+  workerId_.store(worker_.get_id());
+}
+
+void DispatchQueue::post(Task task) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (stopping_ || !worker_.joinable()) {
+      return;
+    }
+    tasks_.push_back(std::move(task));
+  }
+  wakeUp_.notify_one();
+}
+
+void DispatchQueue::stop() {
+  std::thread worker;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    stopping_ = true;
+    tasks_.clear();
+    if (isDispatchThread() || !worker_.joinable()) {
+      wakeUp_.notify_all();
+      return;
+    }
+    worker = std::move(worker_);
+  }
+  wakeUp_.notify_all();
+  worker.join();
+  std::lock_guard<std::mutex> lock(mutex_);
+  workerId_.store(std::thread::id{});
+}
+
+void DispatchQueue::run() {
+  kov::platform::process::setNameOfCurrentThread("someip-dispatch");
+  std::unique_lock<std::mutex> lock(mutex_);
+  for (;;) {
+    wakeUp_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
+    if (stopping_) {
+      return;
+    }
+    Task task = std::move(tasks_.front());
+    tasks_.pop_front();
+    lock.unlock();
+    task();
+    task = nullptr;
+    lock.lock();
+  }
+}
+
+}  // namespace kov::platform::networking::someip::detail

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace kov::platform::networking::someip::detail {
+
+/// The transport's dispatch thread: runs the user's handlers in the order they were posted, so that
+/// no handler runs on a thread that called into the transport and a slow handler never stalls
+/// reception.
+class DispatchQueue {
+ public:
+  using Task = std::function<void()>;
+
+  DispatchQueue() = default;
+  ~DispatchQueue() { stop(); }
+  DispatchQueue(const DispatchQueue&) = delete;
+  DispatchQueue& operator=(const DispatchQueue&) = delete;
+
+  void start();
+  void post(Task task);
+  /// Ends the thread; tasks not yet run are dropped. Called on the dispatch thread itself it only asks
+  /// the thread to end (the owner joins it later).
+  void stop();
+  bool isDispatchThread() const { return std::this_thread::get_id() == workerId_.load(); }
+
+ private:
+  void run();
+
+  std::mutex mutex_;
+  std::condition_variable wakeUp_;
+  std::deque<Task> tasks_;
+  bool stopping_{false};
+  std::thread worker_;
+  std::atomic<std::thread::id> workerId_{};
+};
+
+}  // namespace kov::platform::networking::someip::detail

@@ -1,0 +1,231 @@
+#include "someip/sd_message.hpp"
+
+#include <algorithm>
+
+#include "big_endian.hpp"
+
+namespace kov::platform::networking::someip {
+
+using detail::read16;
+using detail::read24;
+using detail::read32;
+using detail::write16;
+using detail::write24;
+using detail::write32;
+
+namespace {
+
+constexpr std::size_t SD_HEADER_SIZE = 8;  // flags, reserved, entries array length
+constexpr std::uint16_t IPV4_OPTION_LENGTH = 9;
+constexpr std::size_t IPV4_OPTION_SIZE = 12;
+
+/// Option types that SOME/IP-SD defines but this transport ignores.
+bool isSkippedOptionType(std::uint8_t type) {
+  switch (type) {
+    case 0x01:  // configuration
+    case 0x02:  // load balancing
+    case 0x06:  // IPv6 endpoint
+    case 0x16:  // IPv6 multicast
+    case 0x24:  // IPv4 SD endpoint
+    case 0x26:  // IPv6 SD endpoint
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool isKnownEntryType(std::uint8_t type) {
+  return type == 0x00 || type == 0x01 || type == 0x06 || type == 0x07;
+}
+
+/// One option slot of the options array: an IPv4 option, or a skipped one (`used` false).
+struct OptionSlot {
+  bool used{false};
+  SdOption option;
+};
+
+SdParseError parseOptions(const std::uint8_t* data, std::size_t size, std::vector<OptionSlot>& slots) {
+  std::size_t offset = 0;
+  while (offset < size) {
+    if (size - offset < 3) {
+      return SdParseError::OPTIONS_OVERRUN;
+    }
+    const std::uint16_t length = read16(data + offset);
+    const std::uint8_t type = data[offset + 2];
+    if (static_cast<std::size_t>(length) + 3 > size - offset) {
+      return SdParseError::OPTIONS_OVERRUN;
+    }
+    OptionSlot slot;
+    if (type == static_cast<std::uint8_t>(SdOptionType::IPV4_ENDPOINT) ||
+        type == static_cast<std::uint8_t>(SdOptionType::IPV4_MULTICAST)) {
+      if (length != IPV4_OPTION_LENGTH) {
+        return SdParseError::OPTION_LENGTH_WRONG;
+      }
+      const std::uint8_t* p = data + offset;
+      slot.used = true;
+      slot.option.type = static_cast<SdOptionType>(type);
+      slot.option.address = read32(p + 4);
+      slot.option.protocol = p[9];
+      slot.option.port = read16(p + 10);
+    } else if (!isSkippedOptionType(type)) {
+      return SdParseError::UNKNOWN_OPTION_TYPE;
+    }
+    slots.push_back(slot);
+    offset += static_cast<std::size_t>(length) + 3;
+  }
+  return SdParseError::NONE;
+}
+
+SdParseError attachRun(const std::vector<OptionSlot>& slots, std::size_t first, std::size_t count,
+                       SdEntry& entry) {
+  if (count == 0) {
+    return SdParseError::NONE;
+  }
+  if (first + count > slots.size()) {
+    return SdParseError::OPTION_INDEX_OUT_OF_RANGE;
+  }
+  for (std::size_t i = first; i < first + count; ++i) {
+    if (slots[i].used) {
+      entry.options.push_back(slots[i].option);
+    }
+  }
+  return SdParseError::NONE;
+}
+
+}  // namespace
+
+const char* describe(SdParseError error) {
+  switch (error) {
+    case SdParseError::NONE:
+      return "no error";
+    case SdParseError::TRUNCATED:
+      return "truncated SD header";
+    case SdParseError::ENTRIES_NOT_MULTIPLE_OF_16:
+      return "entries array length not a multiple of 16";
+    case SdParseError::ENTRIES_OVERRUN:
+      return "entries array longer than the message";
+    case SdParseError::OPTIONS_OVERRUN:
+      return "options array longer than the message";
+    case SdParseError::OPTION_LENGTH_WRONG:
+      return "IPv4 option with a length other than 9";
+    case SdParseError::UNKNOWN_OPTION_TYPE:
+      return "unknown option type";
+    case SdParseError::OPTION_INDEX_OUT_OF_RANGE:
+      return "entry refers to an option that does not exist";
+    case SdParseError::UNKNOWN_ENTRY_TYPE:
+      return "unknown entry type";
+  }
+  return "unknown error";
+}
+
+SdParseError parseSdPayload(const std::uint8_t* data, std::size_t size, SdMessage& message) {
+  message = SdMessage{};
+  if (data == nullptr || size < SD_HEADER_SIZE + 4) {
+    return SdParseError::TRUNCATED;
+  }
+  const std::uint32_t entriesLength = read32(data + 4);
+  if (entriesLength % SD_ENTRY_SIZE != 0) {
+    return SdParseError::ENTRIES_NOT_MULTIPLE_OF_16;
+  }
+  if (entriesLength > size - SD_HEADER_SIZE - 4) {
+    return SdParseError::ENTRIES_OVERRUN;
+  }
+  const std::uint8_t* entries = data + SD_HEADER_SIZE;
+  const std::size_t optionsAt = SD_HEADER_SIZE + entriesLength;
+  const std::uint32_t optionsLength = read32(data + optionsAt);
+  if (optionsLength > size - optionsAt - 4) {
+    return SdParseError::OPTIONS_OVERRUN;
+  }
+  std::vector<OptionSlot> slots;
+  SdParseError error = parseOptions(data + optionsAt + 4, optionsLength, slots);
+  if (error != SdParseError::NONE) {
+    return error;
+  }
+
+  SdMessage parsed;
+  parsed.flags = data[0];
+  for (std::size_t at = 0; at < entriesLength; at += SD_ENTRY_SIZE) {
+    const std::uint8_t* p = entries + at;
+    if (!isKnownEntryType(p[0])) {
+      return SdParseError::UNKNOWN_ENTRY_TYPE;
+    }
+    SdEntry entry;
+    entry.type = static_cast<SdEntryType>(p[0]);
+    entry.serviceId = read16(p + 4);
+    entry.instanceId = read16(p + 6);
+    entry.majorVersion = p[8];
+    entry.ttl = read24(p + 9);
+    if (entry.isServiceEntry()) {
+      entry.minorVersion = read32(p + 12);
+    } else {
+      entry.counter = p[13] & 0x0F;
+      entry.eventgroupId = read16(p + 14);
+    }
+    error = attachRun(slots, p[1], p[3] >> 4, entry);
+    if (error == SdParseError::NONE) {
+      error = attachRun(slots, p[2], p[3] & 0x0F, entry);
+    }
+    if (error != SdParseError::NONE) {
+      return error;
+    }
+    parsed.entries.push_back(std::move(entry));
+  }
+  message = std::move(parsed);
+  return SdParseError::NONE;
+}
+
+std::vector<std::uint8_t> encodeSdPayload(const SdMessage& message) {
+  std::vector<SdOption> options;
+  std::vector<std::uint8_t> entryBytes(message.entries.size() * SD_ENTRY_SIZE, 0);
+  for (std::size_t i = 0; i < message.entries.size(); ++i) {
+    const SdEntry& entry = message.entries[i];
+    std::uint8_t* p = entryBytes.data() + i * SD_ENTRY_SIZE;
+    p[0] = static_cast<std::uint8_t>(entry.type);
+    if (!entry.options.empty()) {
+      // One run of consecutive options: reuse an equal run already written, else append.
+      const auto& wanted = entry.options;
+      std::size_t first = options.size();
+      for (std::size_t start = 0; start + wanted.size() <= options.size(); ++start) {
+        if (std::equal(wanted.begin(), wanted.end(), options.begin() + static_cast<std::ptrdiff_t>(start))) {
+          first = start;
+          break;
+        }
+      }
+      if (first == options.size()) {
+        options.insert(options.end(), wanted.begin(), wanted.end());
+      }
+      p[1] = static_cast<std::uint8_t>(first);
+      p[3] = static_cast<std::uint8_t>(std::min<std::size_t>(wanted.size(), 15) << 4);
+    }
+    write16(p + 4, entry.serviceId);
+    write16(p + 6, entry.instanceId);
+    p[8] = entry.majorVersion;
+    write24(p + 9, entry.ttl & TTL_INFINITE);
+    if (entry.isServiceEntry()) {
+      write32(p + 12, entry.minorVersion);
+    } else {
+      p[13] = entry.counter & 0x0F;
+      write16(p + 14, entry.eventgroupId);
+    }
+  }
+
+  std::vector<std::uint8_t> out(SD_HEADER_SIZE + entryBytes.size() + 4 + options.size() * IPV4_OPTION_SIZE,
+                                0);
+  out[0] = message.flags;
+  write32(out.data() + 4, static_cast<std::uint32_t>(entryBytes.size()));
+  std::copy(entryBytes.begin(), entryBytes.end(), out.begin() + SD_HEADER_SIZE);
+  std::uint8_t* o = out.data() + SD_HEADER_SIZE + entryBytes.size();
+  write32(o, static_cast<std::uint32_t>(options.size() * IPV4_OPTION_SIZE));
+  o += 4;
+  for (const SdOption& option : options) {
+    write16(o, IPV4_OPTION_LENGTH);
+    o[2] = static_cast<std::uint8_t>(option.type);
+    write32(o + 4, option.address);
+    o[9] = option.protocol;
+    write16(o + 10, option.port);
+    o += IPV4_OPTION_SIZE;
+  }
+  return out;
+}
+
+}  // namespace kov::platform::networking::someip

@@ -1,0 +1,130 @@
+#pragma once
+
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "discovery_client.hpp"
+#include "discovery_server.hpp"
+#include "dispatch_queue.hpp"
+#include "event_subscriptions.hpp"
+#include "handler_slot.hpp"
+#include "sd_session.hpp"
+#include "socket_set.hpp"
+#include "someip/some_ip_transport.hpp"
+
+namespace kov::platform::networking::someip::detail {
+
+/// Everything behind SomeIpTransport. One mutex (`mutex_`) guards all state; handlers run on the
+/// dispatch thread without it; the receive thread owns the sockets' reading side.
+class TransportCore {
+ public:
+  using AvailabilityHandler = ISomeIpTransport::AvailabilityHandler;
+  using EventHandler = ISomeIpTransport::EventHandler;
+  using RequestHandler = SomeIpTransport::RequestHandler;
+
+  explicit TransportCore(TransportOptions options);
+  ~TransportCore();
+
+  // Lifecycle (transport_core.cpp).
+  Result connect();
+  Result disconnect();
+
+  // Client side (client_side.cpp).
+  bool subscribeAvailability(const std::vector<std::uint16_t>& serviceIds, AvailabilityHandler handler);
+  bool unsubscribeAvailability();
+  bool requestService(const Address& address);
+  bool releaseService(const Address& address);
+  Result callMethod(const Address& address, std::uint16_t methodId, const void* request,
+                    std::size_t requestSize, void* response, std::size_t responseSize);
+  bool subscribeEvents(const Address& address, std::uint16_t eventGroupId,
+                       const std::vector<std::uint16_t>& eventIds, EventHandler handler);
+  bool unsubscribeEvents(const Address& address);
+  std::optional<Endpoint> offeredEndpoint(const Address& address) const;
+
+  // Server side (server_side.cpp).
+  bool offerService(const Address& address);
+  bool stopOfferService(const Address& address);
+  bool offerEvent(const Address& address, std::uint16_t eventGroupId, const std::vector<std::uint16_t>& ids);
+  bool stopOfferEvent(const Address& address, std::uint16_t eventGroupId);
+  bool notifyEvent(const Address& address, std::uint16_t eventId, const void* data, std::size_t size);
+  void setRequestHandler(RequestHandler handler);
+
+ private:
+  struct PendingCall {
+    Address address;
+    std::uint16_t methodId{0};
+    bool done{false};
+    Result result{Result::Ok};
+    std::vector<std::uint8_t> payload;
+  };
+  struct EventSubscription {
+    std::uint16_t eventgroupId{0};
+    std::set<std::uint16_t> eventIds;  // library ids
+    std::shared_ptr<HandlerSlot<EventHandler>> slot;
+  };
+  struct OfferedEvents {
+    std::map<std::uint16_t, std::set<std::uint16_t>> eventgroups;   // group -> library event ids
+    std::map<std::uint16_t, std::vector<std::uint8_t>> lastValues;  // library event id -> payload
+  };
+
+  // Receive loop (receive_loop.cpp).
+  void receiveLoop();
+  void onTimersLocked(Clock::time_point now);
+  void onSdDatagram(const std::uint8_t* data, std::size_t size, std::uint32_t fromIp, bool multicast);
+  void onSdMessageLocked(Clock::time_point now, const SdMessage& message, std::uint16_t session,
+                         std::uint32_t fromIp, bool multicast);
+  void onClientDatagram(const std::uint8_t* data, std::size_t size, const Endpoint& from);
+  void onServerDatagram(std::uint16_t instanceId, const std::uint8_t* data, std::size_t size,
+                        const Endpoint& from);
+  void onResponseLocked(const MessageView& message, const Endpoint& from);
+  void onNotificationLocked(const MessageView& message, const Endpoint& from);
+  Clock::time_point nextDeadlineLocked() const;
+
+  // Sending (sd_sender.cpp).
+  void flushLocked(SdOutbox& out);
+  void sendSdLocked(bool multicast, std::uint32_t peerIp, const std::vector<SdEntry>& entries);
+  void reportLocked(const std::vector<AvailabilityChange>& changes);
+  void sendNotificationLocked(int sock, const Address& address, std::uint16_t eventId,
+                              const std::vector<std::uint8_t>& payload, const Endpoint& to);
+  std::chrono::milliseconds randomInitialDelay();
+  void wakeReceiver();
+
+  const TransportOptions options_;
+  std::uint32_t ownIp_{0};
+  std::uint32_t multicastIp_{0};
+
+  mutable std::mutex mutex_;
+  bool connected_{false};
+  SocketSet sockets_;
+  std::minstd_rand random_;
+  DiscoveryClient discovery_;
+  DiscoveryServer server_;
+  std::unique_ptr<EventSubscriptions> subscriptions_;
+  SdSessionCounter multicastSession_;
+  std::map<std::uint32_t, SdSessionCounter> unicastSessions_;
+  RebootDetector reboots_;
+
+  std::set<std::uint16_t> watchedServices_;
+  std::shared_ptr<HandlerSlot<AvailabilityHandler>> availabilitySlot_;
+  std::map<Address, EventSubscription, AddressLess> eventSubscriptions_;
+
+  std::uint16_t nextSession_{1};
+  std::map<std::uint16_t, std::shared_ptr<PendingCall>> pendingCalls_;  // by session id
+  std::condition_variable callDone_;
+
+  std::shared_ptr<HandlerSlot<RequestHandler>> requestSlot_;
+  std::map<Address, OfferedEvents, AddressLess> offeredEvents_;
+  std::uint16_t notificationSession_{1};
+
+  DispatchQueue dispatch_;
+  std::thread receiver_;
+};
+
+}  // namespace kov::platform::networking::someip::detail
