@@ -139,21 +139,33 @@ bool SensorControl::shutdown() {
     closeAvailabilityHandler();
   }
 
+  // The last references may be these: the clients go (and unsubscribe) outside the lock.
+  std::unordered_map<std::uint16_t, ClientPtr> clients;
   ClientPtr legacyClient;
   {
     std::scoped_lock lock(clientsMutex_);
-    clients_.clear();
+    clients.swap(clients_);
     legacyClient = std::move(legacyClient_);
   }
-  legacyClient.reset();  // the last reference may be this one: let the client go outside the lock
+  clients.clear();
+  legacyClient.reset();
 
   return transport_->disconnect() == ISomeIpTransport::Result::Ok;
 }
 
+// The clients are taken out of the map first and marked without clientsMutex_: setAllAvailable calls
+// the transport under the client's own lock, and a transport may report another sensor from inside
+// that call, which takes clientsMutex_ (on its thread or on this one).
 void SensorControl::markAllUnavailable() {
-  std::scoped_lock lock(clientsMutex_);
-  for (const auto& entry : clients_) {
-    const ClientPtr& client = entry.second;
+  std::vector<ClientPtr> clients;
+  {
+    std::scoped_lock lock(clientsMutex_);
+    clients.reserve(clients_.size());
+    for (const auto& entry : clients_) {
+      clients.push_back(entry.second);
+    }
+  }
+  for (const ClientPtr& client : clients) {
     const std::unordered_set<std::uint16_t> changed = client->setAllAvailable(false);
     if (!changed.empty()) {
       observable_.updateValue(client, changed);

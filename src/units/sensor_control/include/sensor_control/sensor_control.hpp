@@ -31,9 +31,10 @@ bool releaseServices(kov::platform::networking::ISomeIpTransport& transport,
 /// discovered sensor and announces every availability report to the subscribers.
 ///
 /// Lifecycle calls (init, start, stop, shutdown) come from one controlling thread; availability
-/// reports arrive on transport threads. clientsMutex_ is always taken before the observable's mutex,
-/// and no lock of this object is held while the transport connects, disconnects, (un)subscribes
-/// availability or requests/releases services.
+/// reports arrive on transport threads. clientsMutex_ guards the client map only: it is never held
+/// while a client is marked (un)available or announced, so no lock of this object is held while the
+/// transport runs, and a transport may report other sensors from inside a client's event
+/// (un)subscription. The client factory runs under clientsMutex_.
 ///
 /// The availability handler holds a raw pointer to this object and shares `availabilityGuard_`, which
 /// is closed once the transport has withdrawn the handler and at the latest by the destructor: a report
