@@ -2,9 +2,12 @@
 // The transport here is a stand-in that plays a single sensor 0x0010; a real application passes
 // its SOME/IP binding instead.
 
+#include <unistd.h>
+
 #include <cstring>
 #include <iostream>
 
+#include "common/log/system_logger.hpp"
 #include "vesk/kov_drivers_lidar_vesk_control_interface.hpp"
 
 using kov::platform::networking::ISomeIpTransport;
@@ -55,6 +58,9 @@ class OneSensorTransport : public ISomeIpTransport {
 };
 
 int main() {
+  // The library's log lines go to stderr; colour them only when a person looks at it.
+  kov::common::log::systemLogger().colorizeLogMessage(isatty(STDERR_FILENO) != 0);
+
   // Without a transport there is no sensor control; the library logs why.
   if (!vesk::makeSensorControlA(nullptr)) {
     std::cout << "no transport, no sensor control\n";

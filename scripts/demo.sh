@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
 # Builds veskctl and runs its demo against the built-in simulated sensor fleet.
-# Extra arguments go to `veskctl demo` (e.g. --sensors 5 --json).
+# Extra arguments go to `veskctl demo` (e.g. --sensors 5 --json). Only the demo writes to stdout;
+# the package installation and the build report on stderr, so that `--json` output can be piped.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/install-deps.sh
-cmake --preset default >/dev/null
-cmake --build --preset default --target veskctl
+{
+  scripts/install-deps.sh
+  cmake --preset default >/dev/null
+  cmake --build --preset default --target veskctl
+} 1>&2
 exec build/default/tools/veskctl/veskctl demo "$@"

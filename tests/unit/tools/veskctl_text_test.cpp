@@ -1,11 +1,18 @@
-// veskctl's text handling: JSON escaping, aligned and JSON result lines, and the command-line parsers.
+// veskctl's text handling: JSON escaping, result lines, the command-line parsers and failure reasons.
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <sstream>
+#include <thread>
 
+#include "common/log/log.hpp"
+#include "common/log/stream_logger.hpp"
+#include "failure_reasons.hpp"
 #include "operations.hpp"
 #include "printer.hpp"
+#include "return_codes.hpp"
+#include "value_parsers.hpp"
 
 namespace {
 
@@ -17,20 +24,20 @@ TEST(VeskctlTextTest, JsonOutputEscapesTextAndKeepsNonFiniteNumbersValid) {
   Printer json(out, true);
   json.result(0x10, "getX", true,
               {{"rate", "20", false}, {"bad", "nan", false}, {"inf", "-inf", false}, {"name", "7", true}});
-  json.result(0x11, "getY", false, {{"rate", "20", false}});
+  json.result(0x11, "getY", false, {{"rate", "20", false}}, "timed \"out\"");
   EXPECT_EQ(out.str(),
             "{\"type\":\"result\",\"sensor\":16,\"sensorHex\":\"0x0010\",\"operation\":\"getX\",\"ok\":true,"
             "\"value\":{\"rate\":20,\"bad\":\"nan\",\"inf\":\"-inf\",\"name\":\"7\"}}\n"
             "{\"type\":\"result\",\"sensor\":17,\"sensorHex\":\"0x0011\",\"operation\":\"getY\",\"ok\":false,"
-            "\"value\":{}}\n");
+            "\"value\":{},\"reason\":\"timed \\\"out\\\"\"}\n");
 
   std::ostringstream text;
   Printer people(text, false);
   people.result(0x10, "setScanDatum", true, {{"elevation", "-5.5", false}, {"note", "two words", true}});
-  people.result(0x10, "getScanDatum", false, {{"elevation", "1", false}});
+  people.result(0x10, "getScanDatum", false, {{"elevation", "1", false}}, "timed out");
   EXPECT_EQ(text.str(),
             "  sensor 0x0010  setScanDatum                  ok      elevation=-5.5  note=\"two words\"\n"
-            "  sensor 0x0010  getScanDatum                  FAILED\n");
+            "  sensor 0x0010  getScanDatum                  FAILED  timed out\n");
 }
 
 TEST(VeskctlTextTest, ParsesPatternsAndDestinationsAndRefusesMalformedOnes) {
@@ -47,17 +54,101 @@ TEST(VeskctlTextTest, ParsesPatternsAndDestinationsAndRefusesMalformedOnes) {
   const auto* lines = dynamic_cast<const types::ScanPattern::MinLinesCommand*>(pattern.commands[2].get());
   ASSERT_NE(lines, nullptr);
   EXPECT_EQ(lines->minLines, 16.0F);
-  for (const std::string bad : {"spiral", "point:1", "point:1:2:300", "minlines:x", "snap:1", "point:1:2x"}) {
+  for (const std::string bad :
+       {"spiral", "point:1", "point:1:2:300", "minlines:x", "snap:1", "point:1:2x", "point:91:0",
+        "point:0:-18.5", "point:nan:0", "minlines:inf", "point:1:2:1.5"}) {
     EXPECT_FALSE(parseScanPattern(bad, pattern, error)) << bad;
   }
-  EXPECT_EQ(error, "bad scan pattern command \"point:1:2x\" (use point:AZ:EL[:ATTR], snap or minlines:N)");
+  EXPECT_EQ(error,
+            "--pattern: bad command \"point:1:2:1.5\" (use point:AZ:EL[:ATTR] with ATTR 0 to 255, snap or "
+            "minlines:N)");
+  std::string longest = "snap";
+  for (int i = 1; i < 89; ++i) {
+    longest += ",snap";
+  }
+  EXPECT_FALSE(parseScanPattern(longest, pattern, error));
+  EXPECT_EQ(error, "--pattern: 89 commands, at most 88 fit into one scan pattern");
+}
+
+TEST(VeskctlTextTest, NumbersAddressesPortsAndSensorIdsAreReadStrictly) {
+  const std::vector<std::pair<std::string, std::optional<double>>> decimals{
+      {"20", 20.0},          {"-5.5", -5.5},
+      {"+.5", 0.5},          {"7.", 7.0},
+      {"1e3", std::nullopt}, {"nan", std::nullopt},
+      {"inf", std::nullopt}, {"", std::nullopt},
+      {"-", std::nullopt},   {"0x10", std::nullopt},
+      {" 1", std::nullopt},  {std::string(33, '1'), std::nullopt}};
+  for (const auto& [text, expected] : decimals) {
+    EXPECT_EQ(parseDecimal(text), expected) << text;
+  }
+
+  for (const std::string good : {"0.0.0.0", "255.255.255.255", "10.1.2.3", "001.2.3.4"}) {
+    EXPECT_EQ(parseDottedQuad(good), good);
+  }
+  for (const std::string bad : {"1.2.3", "10", "256.1.1.1", "1.2.3.4.5", "1..2.3", "1.2.3.-4", "0x1.2.3.4",
+                                "1.2.3.4 ", "1234.1.1.1"}) {
+    EXPECT_FALSE(parseDottedQuad(bad)) << bad;
+  }
+  EXPECT_EQ(parsePort("1"), 1);
+  EXPECT_EQ(parsePort("65535"), 65535);
+  for (const std::string bad : {"0", "65536", "1e3", "-1", "+80", "80.0", "", "123456"}) {
+    EXPECT_FALSE(parsePort(bad)) << bad;
+  }
 
   types::DatapathDestinationInfo destination;
+  std::string error;
   ASSERT_TRUE(parseDestination("10.1.2.3:4000", destination, error));
   EXPECT_EQ(destination.ipAddress, "10.1.2.3");
   EXPECT_EQ(destination.port, 4000);
-  for (const std::string bad : {"10.1.2.3", "10.1.2.3:70000", "10.1.2.3:-1", "10.1.2.3:1.5", "host:"}) {
+  for (const std::string bad :
+       {"10.1.2.3", "10.1.2.3:70000", "10.1.2.3:-1", "10.1.2.3:1.5", "host:80", "::1:80"}) {
     EXPECT_FALSE(parseDestination(bad, destination, error)) << bad;
+  }
+
+  const std::vector<std::pair<std::string, std::optional<std::uint16_t>>> ids{
+      {"16", 16},           {"0x10", 0x10},           {"0X1a", 0x1A},
+      {"65534", 0xFFFE},    {"0xffff", std::nullopt}, {"65535", std::nullopt},
+      {"010", 10},          {"0x", std::nullopt},     {"0x10000", std::nullopt},
+      {"-1", std::nullopt}, {"ten", std::nullopt}};
+  for (const auto& [text, expected] : ids) {
+    EXPECT_EQ(parseSensorId(text), expected) << text;
+  }
+  EXPECT_EQ(hexReadingOf("10"), 0x10);
+  EXPECT_FALSE(hexReadingOf("0x10"));
+  EXPECT_FALSE(hexReadingOf("ffff"));
+}
+
+TEST(VeskctlTextTest, FailureReasonsKeepTheCallingThreadsWarningsAndErrorsAndExplainReturnCodes) {
+  auto& holder = kov::common::log::SystemLoggerSingleton::instance();
+  const auto previous = holder.logger;
+  auto output = std::make_shared<kov::common::log::StringLogger>();
+  holder.logger = std::make_shared<FailureReasons>(output);
+  holder.logger->setDiscardLevel(kov::common::log::LogLevel::FATAL);  // nothing reaches the output
+
+  FailureReasons::clear();
+  KOV_LOG(INFO, "test") << "not a reason";
+  KOV_LOG(WARN, "test") << "first " << 1;
+  std::thread([] { KOV_LOG(ERROR, "test") << "another thread's"; }).join();
+  KOV_LOG(ERROR, "test") << "second";
+  EXPECT_EQ(FailureReasons::take(), "first 1; second");
+  EXPECT_EQ(FailureReasons::take(), "");
+  EXPECT_EQ(output->getString(), "");
+  holder.logger = previous;
+
+  const std::vector<std::pair<std::string, std::string>> codes{
+      {"cannot call method 0x8007: SOME/IP transport failed with code \"3\"",
+       "cannot call method 0x8007: SOME/IP transport failed with code \"3\" (SOME/IP return code 0x3: "
+       "unknown "
+       "method)"},
+      {"x failed with code \"5e\"",
+       "x failed with code \"5e\" (SOME/IP return code 0x5e: the sensor refused the "
+       "request)"},
+      {"x failed with code \"ff\"", "x failed with code \"ff\" (SOME/IP return code 0xff: unknown code)"},
+      {"x failed with code \"zz\"", "x failed with code \"zz\""},
+      {"cannot call method 0x8001: SOME/IP transport timed out",
+       "cannot call method 0x8001: SOME/IP transport timed out"}};
+  for (const auto& [reason, explained] : codes) {
+    EXPECT_EQ(explainReturnCodes(reason), explained);
   }
 }
 

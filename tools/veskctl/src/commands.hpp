@@ -1,10 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "transport_factory.hpp"
 
 namespace kov::tools::veskctl {
 
@@ -15,13 +18,16 @@ constexpr int EXIT_BAD_USAGE = 2;  ///< the command line was wrong
 
 /// Options every subcommand shares.
 struct CommonOptions {
+  static constexpr double DEFAULT_DISCOVERY_SECONDS = 5.0;
+
   bool json{false};
-  std::size_t sensors{3};
-  bool legacySensor{false};
-  double discoverySeconds{5.0};
+  bool verbose{false};  ///< print availability changes in list, get and set too
+  TransportOptions transport;
+  double discoverySeconds{DEFAULT_DISCOVERY_SECONDS};
   std::string sensor;  ///< one sensor id ("0x10" or "16"); empty for all
 };
 
+/// What `set` writes; each value is already checked against the sensor's documented range.
 struct SetOptions {
   std::optional<std::string> mode;
   std::optional<float> frameRate;
@@ -32,6 +38,12 @@ struct SetOptions {
   std::optional<std::string> pattern;
   std::optional<std::string> destination;
 };
+
+/// How long discovery may take, as --discovery-timeout gives it.
+std::chrono::milliseconds discoveryTimeout(const CommonOptions& common);
+
+/// "1 sensor", "3 sensors"
+std::string countOf(std::size_t count, const std::string& noun);
 
 /// The fault names that `demo --fault` accepts ("all" stands for every one).
 const std::vector<std::string>& faultNames();

@@ -14,6 +14,16 @@ namespace {
 
 constexpr float DEMO_FRAME_RATE = 20.0F;
 
+/// A scan datum that differs from sensor to sensor and stays within -18..10 degrees for any count.
+float demoDatum(std::size_t index) {
+  return -5.5F + static_cast<float>(index % 16);
+}
+
+/// A data-path destination per sensor, 192.168.10.20 and up.
+types::DatapathDestinationInfo demoDestination(std::size_t index) {
+  return types::DatapathDestinationInfo{"192.168.10." + std::to_string(20 + index % 200), 2368};
+}
+
 types::ScanPattern demoPattern() {
   types::ScanPattern pattern;
   pattern.commands.push_back(std::make_unique<types::ScanPattern::PointCommand>(-30.0F, 2.5F, 1));
@@ -48,24 +58,24 @@ bool eventsSettled(const Session& session, const EventWatcher& watcher) {
 }  // namespace
 
 int runDemo(const CommonOptions& common, const std::vector<std::string>& faults) {
-  Printer printer(std::cout, common.json);
+  Printer printer(std::cout, common.json, true);
   std::string error;
-  auto bundle = makeTransport(TransportOptions{common.sensors, common.legacySensor}, error);
+  auto bundle = makeTransport(common.transport, error);
   if (!bundle.transport) {
     std::cerr << "veskctl: error: " << error << '\n';
     return EXIT_BAD_USAGE;
   }
   const auto expected = bundle.expectedSensors;
+  const bool simulated = bundle.simulator != nullptr;
   Session session(std::move(bundle), printer);
-  printer.note("veskctl demo: " + std::to_string(expected) + " simulated sensors");
+  printer.note("veskctl demo: " + countOf(expected, simulated ? "simulated sensor" : "sensor"));
   if (!session.open(error)) {
     std::cerr << "veskctl: error: " << error << '\n';
     return EXIT_FAILED;
   }
 
   printer.note("-- discovering sensors");
-  const auto timeout = std::chrono::milliseconds(static_cast<long>(common.discoverySeconds * 1000));
-  if (!session.waitForFleet(timeout)) {
+  if (!session.waitForFleet(discoveryTimeout(common))) {
     std::cerr << "veskctl: error: only " << session.sensors().size() << " of " << expected
               << " sensors discovered with all services\n";
     return EXIT_FAILED;
@@ -103,10 +113,9 @@ int runDemo(const CommonOptions& common, const std::vector<std::string>& faults)
     types::DesiredScanSettings settings{DEMO_FRAME_RATE, types::ScanHorizontalInterlaceMode::INTERLACE_2,
                                         types::ScanControlLine::LINE_1, types::ScanFillMode::FILL_ON};
     count(setScanSettings(sensor, settings, printer));
-    count(setScanDatum(sensor, types::ScanDatum{-5.5F + static_cast<float>(index)}, printer));
+    count(setScanDatum(sensor, types::ScanDatum{demoDatum(index)}, printer));
     count(setScanPattern(sensor, pattern, printer));
-    count(setDestination(
-        sensor, types::DatapathDestinationInfo{"192.168.10." + std::to_string(20 + index), 2368}, printer));
+    count(setDestination(sensor, demoDestination(index), printer));
     count(setSystemMode(sensor, types::SystemModeCommand::SCANNING, printer));
   }
 
@@ -141,10 +150,9 @@ int runDemo(const CommonOptions& common, const std::vector<std::string>& faults)
     std::cerr << "veskctl: error: " << error << '\n';
     return EXIT_FAILED;
   }
-  printer.note(
-      "demo finished: " + std::to_string(sensors.size()) + " sensors, " + std::to_string(calls - failed) +
-      " of " + std::to_string(calls) + " calls succeeded" +
-      (faults.empty() ? std::string() : ", " + std::to_string(unexpected) + " unexpected fault outcomes"));
+  printer.note("demo finished: " + countOf(sensors.size(), "sensor") + ", " + std::to_string(calls - failed) +
+               " of " + std::to_string(calls) + " calls succeeded" +
+               (faults.empty() ? std::string() : ", " + countOf(unexpected, "unexpected fault outcome")));
   if (failed != 0 || unexpected != 0) {
     std::cerr << "veskctl: error: demo failed\n";
     return EXIT_FAILED;

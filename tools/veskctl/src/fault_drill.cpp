@@ -31,9 +31,10 @@ bool drillCallFault(const std::string& name, Result result, const std::string& g
   const auto& getter = getterFor(getterKey);
   fleet.failNextCalls(sensor.id, serviceId, methodId, result);
   Fields ignored;
-  const bool failed = !getter.read(sensor, ignored);
+  std::string reason;
+  const bool failed = !getter.read(sensor, ignored, reason);
   printer.fault(sensor.id, name, getter.operation, failed,
-                failed ? "call failed as injected" : "call succeeded despite the fault");
+                failed ? "call failed as injected: " + reason : "call succeeded despite the fault");
   const bool recovered = runGetter(getter, sensor, printer);
   return failed && recovered;
 }

@@ -2,24 +2,45 @@
 
 #include <sstream>
 
+#include "failure_reasons.hpp"
+#include "return_codes.hpp"
+#include "value_parsers.hpp"
+
 namespace kov::tools::veskctl {
 
 namespace {
 
+/// Runs one library call and returns its result, with `reason` set to what the library logged when
+/// it failed.
+template <typename Call>
+bool callWithReason(Call call, std::string& reason) {
+  FailureReasons::clear();
+  const bool ok = call();
+  reason = ok ? std::string() : explainReturnCodes(FailureReasons::take());
+  if (!ok && reason.empty()) {
+    reason = "the library gave no reason";
+  }
+  return ok;
+}
+
 template <typename Record>
-std::function<bool(const Sensor&, Fields&)> reader(bool (ISensorControl::IClientA::*get)(Record&) const) {
-  return [get](const Sensor& sensor, Fields& fields) {
+std::function<bool(const Sensor&, Fields&, std::string&)> reader(
+    bool (ISensorControl::IClientA::*get)(Record&) const) {
+  return [get](const Sensor& sensor, Fields& fields, std::string& reason) {
     Record value{};
-    const bool ok = ((*sensor.control).*get)(value);
+    const bool ok = callWithReason([&] { return ((*sensor.control).*get)(value); }, reason);
     fields = fieldsOf(value);
     return ok;
   };
 }
 
-bool parseFloat(const std::string& text, float& value) {
-  std::istringstream stream(text);
-  stream >> value;
-  return !stream.fail() && stream.eof();
+template <typename Record>
+bool runSetter(const Sensor& sensor, const char* operation,
+               bool (ISensorControl::IClientA::*set)(const Record&), const Record& value, Printer& printer) {
+  std::string reason;
+  const bool ok = callWithReason([&] { return ((*sensor.control).*set)(value); }, reason);
+  printer.result(sensor.id, operation, ok, fieldsOf(value), reason);
+  return ok;
 }
 
 std::vector<std::string> split(const std::string& text, char separator) {
@@ -30,6 +51,38 @@ std::vector<std::string> split(const std::string& text, char separator) {
     parts.push_back(part);
   }
   return parts;
+}
+
+/// One command of a scan pattern, "point:AZ:EL[:ATTR]", "snap" or "minlines:N".
+std::unique_ptr<types::ScanPattern::ICommand> parseCommand(const std::string& item, std::string& error) {
+  const auto parts = split(item, ':');
+  if (parts.size() == 1 && parts[0] == "snap") {
+    return std::make_unique<types::ScanPattern::SnapCommand>();
+  }
+  if (parts.size() == 2 && parts[0] == "minlines") {
+    if (const auto lines = parseDecimal(parts[1])) {
+      return std::make_unique<types::ScanPattern::MinLinesCommand>(static_cast<float>(*lines));
+    }
+  }
+  if ((parts.size() == 3 || parts.size() == 4) && parts[0] == "point") {
+    const auto azimuth = parseInRange("--pattern " + item + ": azimuth", parts[1], AZIMUTH_RANGE, error);
+    const auto elevation =
+        azimuth ? parseInRange("--pattern " + item + ": elevation", parts[2], DATUM_RANGE, error)
+                : std::nullopt;
+    const auto attribute = parts.size() == 4 ? parseDecimal(parts[3]) : std::optional<double>(0.0);
+    if (azimuth && elevation && attribute && *attribute >= 0 && *attribute <= 255 &&
+        *attribute == static_cast<double>(static_cast<int>(*attribute))) {
+      return std::make_unique<types::ScanPattern::PointCommand>(static_cast<float>(*azimuth),
+                                                                static_cast<float>(*elevation),
+                                                                static_cast<std::uint8_t>(*attribute));
+    }
+    if (!azimuth || !elevation) {
+      return nullptr;
+    }
+  }
+  error = "--pattern: bad command \"" + item +
+          "\" (use point:AZ:EL[:ATTR] with ATTR 0 to 255, snap or minlines:N)";
+  return nullptr;
 }
 
 }  // namespace
@@ -55,78 +108,58 @@ const std::vector<Getter>& getters() {
 
 bool runGetter(const Getter& getter, const Sensor& sensor, Printer& printer) {
   Fields fields;
-  const bool ok = getter.read(sensor, fields);
-  printer.result(sensor.id, getter.operation, ok, fields);
+  std::string reason;
+  const bool ok = getter.read(sensor, fields, reason);
+  printer.result(sensor.id, getter.operation, ok, fields, reason);
+  return ok;
+}
+
+bool readScanSettings(const Sensor& sensor, types::DesiredScanSettings& settings, Printer& printer) {
+  std::string reason;
+  const bool ok = callWithReason([&] { return sensor.control->getDesiredScanSettings(settings); }, reason);
+  if (!ok) {
+    printer.result(sensor.id, "getDesiredScanSettings", false, {}, reason);
+  }
   return ok;
 }
 
 bool setScanSettings(const Sensor& sensor, const types::DesiredScanSettings& settings, Printer& printer) {
-  const bool ok = sensor.control->setDesiredScanSettings(settings);
-  printer.result(sensor.id, "setDesiredScanSettings", ok, fieldsOf(settings));
-  return ok;
+  return runSetter(sensor, "setDesiredScanSettings", &ISensorControl::IClientA::setDesiredScanSettings,
+                   settings, printer);
 }
 
 bool setScanDatum(const Sensor& sensor, const types::ScanDatum& datum, Printer& printer) {
-  const bool ok = sensor.control->setScanDatum(datum);
-  printer.result(sensor.id, "setScanDatum", ok, fieldsOf(datum));
-  return ok;
+  return runSetter(sensor, "setScanDatum", &ISensorControl::IClientA::setScanDatum, datum, printer);
 }
 
 bool setScanPattern(const Sensor& sensor, const types::ScanPattern& pattern, Printer& printer) {
-  const bool ok = sensor.control->setScanPattern(pattern);
-  printer.result(sensor.id, "setScanPattern", ok, fieldsOf(pattern));
-  return ok;
+  return runSetter(sensor, "setScanPattern", &ISensorControl::IClientA::setScanPattern, pattern, printer);
 }
 
 bool setSystemMode(const Sensor& sensor, types::SystemModeCommand command, Printer& printer) {
-  const bool ok = sensor.control->setSystemMode(command);
-  printer.result(sensor.id, "setSystemMode", ok, fieldsOf(command));
-  return ok;
+  return runSetter(sensor, "setSystemMode", &ISensorControl::IClientA::setSystemMode, command, printer);
 }
 
 bool setDestination(const Sensor& sensor, const types::DatapathDestinationInfo& destination,
                     Printer& printer) {
-  const bool ok = sensor.control->setDatapathDestinationInfo(destination);
-  printer.result(sensor.id, "setDatapathDestinationInfo", ok, fieldsOf(destination));
-  return ok;
+  return runSetter(sensor, "setDatapathDestinationInfo",
+                   &ISensorControl::IClientA::setDatapathDestinationInfo, destination, printer);
 }
 
 bool parseScanPattern(const std::string& text, types::ScanPattern& pattern, std::string& error) {
   pattern.commands.clear();
   for (const auto& item : split(text, ',')) {
-    const auto parts = split(item, ':');
-    float first = 0.0F;
-    float second = 0.0F;
-    float attribute = 0.0F;
-    if (parts.size() == 1 && parts[0] == "snap") {
-      pattern.commands.push_back(std::make_unique<types::ScanPattern::SnapCommand>());
-    } else if (parts.size() == 2 && parts[0] == "minlines" && parseFloat(parts[1], first)) {
-      pattern.commands.push_back(std::make_unique<types::ScanPattern::MinLinesCommand>(first));
-    } else if ((parts.size() == 3 || parts.size() == 4) && parts[0] == "point" &&
-               parseFloat(parts[1], first) && parseFloat(parts[2], second) &&
-               (parts.size() == 3 ||
-                (parseFloat(parts[3], attribute) && attribute >= 0 && attribute <= 255))) {
-      pattern.commands.push_back(std::make_unique<types::ScanPattern::PointCommand>(
-          first, second, static_cast<std::uint8_t>(attribute)));
-    } else {
-      error = "bad scan pattern command \"" + item + "\" (use point:AZ:EL[:ATTR], snap or minlines:N)";
+    auto command = parseCommand(item, error);
+    if (!command) {
       return false;
     }
+    pattern.commands.push_back(std::move(command));
   }
-  return true;
-}
-
-bool parseDestination(const std::string& text, types::DatapathDestinationInfo& destination,
-                      std::string& error) {
-  const auto colon = text.rfind(':');
-  float port = 0.0F;
-  if (colon == std::string::npos || !parseFloat(text.substr(colon + 1), port) || port < 0 || port > 65535 ||
-      static_cast<float>(static_cast<int>(port)) != port) {
-    error = "bad destination \"" + text + "\" (use A.B.C.D:PORT)";
+  if (pattern.commands.size() > MAX_PATTERN_COMMANDS) {
+    error = "--pattern: " + std::to_string(pattern.commands.size()) + " commands, at most " +
+            std::to_string(MAX_PATTERN_COMMANDS) + " fit into one scan pattern";
     return false;
   }
-  destination.ipAddress = text.substr(0, colon);
-  destination.port = static_cast<std::uint16_t>(port);
   return true;
 }
 

@@ -15,7 +15,7 @@ namespace kov::tools::veskctl {
 struct Getter {
   std::string key;
   std::string operation;
-  std::function<bool(const Sensor&, Fields&)> read;
+  std::function<bool(const Sensor&, Fields&, std::string&)> read;  ///< fields, or the reason it failed
 };
 
 /// Every getter of the sensor, in the order veskctl shows them.
@@ -23,6 +23,9 @@ const std::vector<Getter>& getters();
 
 /// Runs one getter and prints its outcome; returns it.
 bool runGetter(const Getter& getter, const Sensor& sensor, Printer& printer);
+
+/// Reads the desired scan settings (the base that `set` changes); prints only a failure.
+bool readScanSettings(const Sensor& sensor, types::DesiredScanSettings& settings, Printer& printer);
 
 // Setters: each calls the library once, prints the outcome with the value sent, and returns it.
 bool setScanSettings(const Sensor& sensor, const types::DesiredScanSettings& settings, Printer& printer);
@@ -32,11 +35,11 @@ bool setSystemMode(const Sensor& sensor, types::SystemModeCommand command, Print
 bool setDestination(const Sensor& sensor, const types::DatapathDestinationInfo& destination,
                     Printer& printer);
 
-/// Parses "point:AZ:EL[:ATTR],snap,minlines:N" into a pattern; false with `error` set on bad input.
-bool parseScanPattern(const std::string& text, types::ScanPattern& pattern, std::string& error);
+/// How many commands one scan pattern record holds.
+constexpr std::size_t MAX_PATTERN_COMMANDS = 88;
 
-/// Parses "A.B.C.D:PORT"; false with `error` set on bad input.
-bool parseDestination(const std::string& text, types::DatapathDestinationInfo& destination,
-                      std::string& error);
+/// Parses "point:AZ:EL[:ATTR],snap,minlines:N" into a pattern, checking the point angles against the
+/// sensor's ranges; false with `error` set on bad input.
+bool parseScanPattern(const std::string& text, types::ScanPattern& pattern, std::string& error);
 
 }  // namespace kov::tools::veskctl

@@ -64,7 +64,8 @@ std::string hexId(std::uint16_t id) {
   return text.str();
 }
 
-Printer::Printer(std::ostream& out, bool json) : out_(out), json_(json) {}
+Printer::Printer(std::ostream& out, bool json, bool showAvailability)
+    : out_(out), json_(json), showAvailability_(showAvailability) {}
 
 std::string Printer::quote(const std::string& text) {
   std::string quoted = "\"";
@@ -107,6 +108,9 @@ void Printer::note(const std::string& message) {
 
 void Printer::availability(std::chrono::milliseconds at, std::uint16_t sensorId, std::uint16_t serviceId,
                            bool available) {
+  if (!showAvailability_) {
+    return;
+  }
   if (json_) {
     line("{\"type\":\"availability\",\"ms\":" + std::to_string(at.count()) + ',' + jsonSensor(sensorId) +
          ",\"service\":\"" + hexId(serviceId) + "\",\"available\":" + (available ? "true" : "false") + '}');
@@ -116,15 +120,17 @@ void Printer::availability(std::chrono::milliseconds at, std::uint16_t sensorId,
        (available ? "available" : "unavailable"));
 }
 
-void Printer::result(std::uint16_t sensorId, const std::string& operation, bool ok, const Fields& fields) {
+void Printer::result(std::uint16_t sensorId, const std::string& operation, bool ok, const Fields& fields,
+                     const std::string& reason) {
   if (json_) {
     line("{\"type\":\"result\"," + jsonSensor(sensorId) + ",\"operation\":" + quote(operation) +
-         ",\"ok\":" + (ok ? "true" : "false") + ",\"value\":" + jsonFields(ok ? fields : Fields{}) + '}');
+         ",\"ok\":" + (ok ? "true" : "false") + ",\"value\":" + jsonFields(ok ? fields : Fields{}) +
+         (ok ? std::string() : ",\"reason\":" + quote(reason)) + '}');
     return;
   }
   std::ostringstream text;
   text << "  sensor " << hexId(sensorId) << "  " << std::left << std::setw(OPERATION_WIDTH) << operation
-       << std::setw(8) << (ok ? "ok" : "FAILED") << (ok ? textFields(fields) : std::string());
+       << std::setw(8) << (ok ? "ok" : "FAILED") << (ok ? textFields(fields) : reason);
   line(text.str());
 }
 

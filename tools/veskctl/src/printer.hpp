@@ -13,7 +13,8 @@ namespace kov::tools::veskctl {
 /// Writes veskctl's results: aligned lines for people, or one JSON object per line for scripts.
 class Printer {
  public:
-  Printer(std::ostream& out, bool json);
+  /// Availability changes are printed only when `showAvailability` is set (demo, watch, --verbose).
+  Printer(std::ostream& out, bool json, bool showAvailability = false);
 
   bool json() const { return json_; }
 
@@ -22,8 +23,9 @@ class Printer {
   /// A service instance of a sensor came or went.
   void availability(std::chrono::milliseconds at, std::uint16_t sensorId, std::uint16_t serviceId,
                     bool available);
-  /// The outcome of one getter or setter, with the value read or written.
-  void result(std::uint16_t sensorId, const std::string& operation, bool ok, const Fields& fields);
+  /// The outcome of one getter or setter, with the value read or written, or why it failed.
+  void result(std::uint16_t sensorId, const std::string& operation, bool ok, const Fields& fields,
+              const std::string& reason = std::string());
   /// A new value in a sensor's event cache.
   void event(std::chrono::milliseconds at, std::uint16_t sensorId, const std::string& name,
              const Fields& fields);
@@ -39,6 +41,7 @@ class Printer {
 
   std::ostream& out_;
   const bool json_;
+  const bool showAvailability_;
   std::mutex mutex_;
 };
 

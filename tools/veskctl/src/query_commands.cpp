@@ -7,28 +7,35 @@
 #include "event_watcher.hpp"
 #include "operations.hpp"
 #include "transport_factory.hpp"
+#include "value_parsers.hpp"
 
 namespace kov::tools::veskctl {
 
 namespace {
 
+/// The sensor `--sensor` names, or 0xFFFF for all (the text was checked when the line was parsed).
+std::uint16_t selectedSensor(const CommonOptions& common) {
+  return common.sensor.empty() ? 0xFFFF : parseSensorId(common.sensor).value_or(0xFFFF);
+}
+
+/// Why no sensor matched `--sensor`, with a hint when the decimal digits were meant as hexadecimal.
+std::string noSensorMessage(const CommonOptions& common, const Session& session, std::uint16_t only) {
+  std::string message = "no sensor " + hexId(only);
+  const auto hex = hexReadingOf(common.sensor);
+  if (hex && *hex != only && !session.sensors(*hex).empty()) {
+    message += " (--sensor " + common.sensor +
+               " is read as decimal; sensor ids are printed in hexadecimal: " + "did you mean --sensor " +
+               hexId(*hex) + "?)";
+  }
+  return message;
+}
+
 /// Opens a session, discovers the sensors, runs `body` on the selected ones and closes again.
 int withSensors(const CommonOptions& common, Printer& printer,
                 const std::function<int(Session&, const std::vector<Sensor>&)>& body) {
-  std::uint16_t only = 0xFFFF;
-  if (!common.sensor.empty()) {
-    try {
-      const auto id = std::stoul(common.sensor, nullptr, 0);
-      only = id < 0xFFFF ? static_cast<std::uint16_t>(id) : 0xFFFF;
-    } catch (const std::exception&) {
-    }
-    if (only == 0xFFFF) {
-      std::cerr << "veskctl: error: bad sensor id \"" << common.sensor << "\"\n";
-      return EXIT_BAD_USAGE;
-    }
-  }
+  const std::uint16_t only = selectedSensor(common);
   std::string error;
-  auto bundle = makeTransport(TransportOptions{common.sensors, common.legacySensor}, error);
+  auto bundle = makeTransport(common.transport, error);
   if (!bundle.transport) {
     std::cerr << "veskctl: error: " << error << '\n';
     return EXIT_BAD_USAGE;
@@ -38,14 +45,13 @@ int withSensors(const CommonOptions& common, Printer& printer,
     std::cerr << "veskctl: error: " << error << '\n';
     return EXIT_FAILED;
   }
-  const auto timeout = std::chrono::milliseconds(static_cast<long>(common.discoverySeconds * 1000));
-  if (!session.waitForFleet(timeout)) {
+  if (!session.waitForFleet(discoveryTimeout(common))) {
     std::cerr << "veskctl: error: not every sensor was discovered in time\n";
     return EXIT_FAILED;
   }
   const auto sensors = session.sensors(only);
   if (sensors.empty()) {
-    std::cerr << "veskctl: error: no sensor " << hexId(only) << '\n';
+    std::cerr << "veskctl: error: " << noSensorMessage(common, session, only) << '\n';
     return EXIT_FAILED;
   }
   const int status = body(session, sensors);
@@ -74,8 +80,16 @@ bool parseInterlace(const std::string& text, types::ScanHorizontalInterlaceMode&
 
 }  // namespace
 
+std::chrono::milliseconds discoveryTimeout(const CommonOptions& common) {
+  return std::chrono::milliseconds(static_cast<long>(common.discoverySeconds * 1000.0));
+}
+
+std::string countOf(std::size_t count, const std::string& noun) {
+  return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
+}
+
 int runList(const CommonOptions& common) {
-  Printer printer(std::cout, common.json);
+  Printer printer(std::cout, common.json, common.verbose);
   return withSensors(common, printer, [&printer](Session&, const std::vector<Sensor>& sensors) {
     for (const auto& sensor : sensors) {
       Fields fields;
@@ -90,7 +104,7 @@ int runList(const CommonOptions& common) {
 }
 
 int runGet(const CommonOptions& common, const std::vector<std::string>& what) {
-  Printer printer(std::cout, common.json);
+  Printer printer(std::cout, common.json, common.verbose);
   return withSensors(common, printer, [&](Session&, const std::vector<Sensor>& sensors) {
     bool ok = true;
     for (const auto& sensor : sensors) {
@@ -133,15 +147,14 @@ int runSet(const CommonOptions& common, const SetOptions& options) {
     std::cerr << "veskctl: error: nothing to set (see veskctl set --help)\n";
     return EXIT_BAD_USAGE;
   }
-  Printer printer(std::cout, common.json);
+  Printer printer(std::cout, common.json, common.verbose);
   return withSensors(common, printer, [&](Session&, const std::vector<Sensor>& sensors) {
     bool ok = true;
     for (const auto& sensor : sensors) {
       if (settings) {
         // Fields not given keep the sensor's current values.
         types::DesiredScanSettings desired{};
-        if (!sensor.control->getDesiredScanSettings(desired)) {
-          printer.result(sensor.id, "getDesiredScanSettings", false, {});
+        if (!readScanSettings(sensor, desired, printer)) {
           ok = false;
           continue;
         }
@@ -174,11 +187,12 @@ int runSet(const CommonOptions& common, const SetOptions& options) {
 }
 
 int runWatch(const CommonOptions& common, double seconds) {
-  Printer printer(std::cout, common.json);
+  Printer printer(std::cout, common.json, true);
   return withSensors(common, printer, [&](Session& session, const std::vector<Sensor>& sensors) {
     EventWatcher watcher(session, printer, sensors.size() == 1 ? sensors.front().id : 0xFFFF);
-    const auto until = Session::Clock::now() + std::chrono::milliseconds(static_cast<long>(seconds * 1000));
-    session.waitUntil(std::chrono::milliseconds(static_cast<long>(seconds * 1000) + 1000), [&] {
+    const auto duration = std::chrono::milliseconds(static_cast<long>(seconds * 1000.0));
+    const auto until = Session::Clock::now() + duration;
+    session.waitUntil(duration + std::chrono::seconds(1), [&] {
       watcher.poll();
       return Session::Clock::now() >= until;
     });

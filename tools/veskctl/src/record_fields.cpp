@@ -145,18 +145,22 @@ Fields fieldsOf(const types::DatapathDestinationInfo& destination) {
 }
 
 Fields fieldsOf(const types::ScanPattern& pattern) {
-  std::size_t points = 0;
-  std::size_t snaps = 0;
-  std::size_t minLines = 0;
+  // The commands in the syntax `set --pattern` takes, so that what is shown can be given back.
+  std::string shown;
   for (const auto& command : pattern.commands) {
-    const auto id = command ? command->getId() : 0xFF;
-    points += id == 0 ? 1 : 0;
-    snaps += id == 1 ? 1 : 0;
-    minLines += id == 2 ? 1 : 0;
+    shown += shown.empty() ? "" : ",";
+    if (const auto* point = dynamic_cast<const types::ScanPattern::PointCommand*>(command.get())) {
+      shown += "point:" + numberText(point->azimuth) + ':' + numberText(point->elevation) + ':' +
+               std::to_string(point->attribute);
+    } else if (dynamic_cast<const types::ScanPattern::SnapCommand*>(command.get()) != nullptr) {
+      shown += "snap";
+    } else if (const auto* lines = dynamic_cast<const types::ScanPattern::MinLinesCommand*>(command.get())) {
+      shown += "minlines:" + numberText(lines->minLines);
+    } else {
+      shown += "unknown";
+    }
   }
-  return {number("commands", static_cast<double>(pattern.commands.size())),
-          number("points", static_cast<double>(points)), number("snaps", static_cast<double>(snaps)),
-          number("minLines", static_cast<double>(minLines))};
+  return {number("commands", static_cast<double>(pattern.commands.size())), text("pattern", shown)};
 }
 
 }  // namespace kov::tools::veskctl

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -10,10 +12,26 @@
 
 namespace kov::tools::veskctl {
 
-/// What the transport should reach. Today only the simulated fleet exists.
+/// Which network veskctl talks to.
+enum class TransportKind {
+  Simulator,  ///< the built-in simulated fleet, new on every run
+  SomeIp,     ///< sensors (or vesk-sensord) reached over SOME/IP on UDP
+};
+
+/// What the transport should reach.
 struct TransportOptions {
-  std::size_t sensors{3};
+  static constexpr std::size_t DEFAULT_SENSORS = 3;
+  static constexpr const char* DEFAULT_SD_MULTICAST = "224.224.224.245";
+  static constexpr std::uint16_t DEFAULT_SD_PORT = 30490;
+
+  TransportKind kind{TransportKind::Simulator};
+  /// Simulated fleet: how many sensors it plays, and whether it adds the legacy one.
+  std::size_t sensors{DEFAULT_SENSORS};
   bool legacySensor{false};
+  /// SOME/IP: this host's IPv4 address (dotted quad), the service discovery group and port.
+  std::string unicast;
+  std::string sdMulticast{DEFAULT_SD_MULTICAST};
+  std::uint16_t sdPort{DEFAULT_SD_PORT};
 };
 
 /// The transport veskctl talks through. `simulator` is set only when the network is the simulated
@@ -22,6 +40,8 @@ struct TransportBundle {
   std::shared_ptr<kov::platform::networking::ISomeIpTransport> transport;
   std::shared_ptr<kov::tools::simulator::SimulatedFleet> simulator;
   std::size_t expectedSensors{0};  ///< how many sensors discovery waits for
+  /// "a.b.c.d:port" at which a service instance is offered; empty when unknown. Only set for SOME/IP.
+  std::function<std::string(const kov::platform::networking::ISomeIpTransport::Address&)> endpointOf;
 };
 
 /// The one place that decides which transport veskctl uses. Empty transport and `error` set on failure.
