@@ -11,6 +11,15 @@ install(TARGETS ${KOV_PACKAGE}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   INCLUDES DESTINATION ${KOV_INCLUDE_DIR})
 
+# The SOME/IP transport: its own shared library in the same package (kov::kov_someip_transport).
+if(TARGET kov_someip_transport)
+  install(TARGETS kov_someip_transport
+    EXPORT ${KOV_PACKAGE}Targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    INCLUDES DESTINATION ${KOV_INCLUDE_DIR})
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/transport/include/ DESTINATION ${KOV_INCLUDE_DIR})
+endif()
+
 get_property(_kov_include_dirs GLOBAL PROPERTY KOV_PUBLIC_INCLUDE_DIRS)
 foreach(_dir IN LISTS _kov_include_dirs)
   install(DIRECTORY ${_dir}/ DESTINATION ${KOV_INCLUDE_DIR})

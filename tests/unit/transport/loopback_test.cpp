@@ -1,0 +1,305 @@
+// Whole transports talking over loopback, inside a network namespace of the test process's own (root
+// needed; skipped otherwise), so that SD multicast never reaches the host's interfaces.
+
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "someip/some_ip_transport.hpp"
+#include "support/log_capture.hpp"
+
+namespace {
+
+namespace someip = kov::platform::networking::someip;
+using Address = kov::platform::networking::ISomeIpTransport::Address;
+using someip::ReturnCode;
+using Clock = std::chrono::steady_clock;
+
+constexpr Address SCAN{0x0003, 0x0010};
+constexpr auto WAIT = std::chrono::seconds(5);
+
+/// Moves this thread (and the threads it starts later) into a new network namespace with lo up.
+bool enterOwnNetworkNamespace(std::string& why) {
+  if (unshare(CLONE_NEWNET) != 0) {
+    why = std::string("unshare(CLONE_NEWNET) failed: ") + std::strerror(errno) + " (needs root)";
+    return false;
+  }
+  const int sock = socket(AF_INET, SOCK_DGRAM, 0);
+  ifreq request{};
+  std::strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
+  const bool up = sock >= 0 && ioctl(sock, SIOCGIFFLAGS, &request) == 0 &&
+                  (request.ifr_flags |= IFF_UP, ioctl(sock, SIOCSIFFLAGS, &request) == 0);
+  if (sock >= 0) {
+    close(sock);
+  }
+  if (!up) {
+    why = "could not bring lo up in the new namespace";
+  }
+  return up;
+}
+
+someip::TransportOptions optionsFor(const char* address) {
+  someip::TransportOptions options;
+  options.unicastAddress = address;
+  options.initialDelayMin = std::chrono::milliseconds(0);
+  options.initialDelayMax = std::chrono::milliseconds(5);
+  options.repetitionsBaseDelay = std::chrono::milliseconds(10);
+  options.cyclicOfferDelay = std::chrono::milliseconds(200);
+  options.callTimeout = std::chrono::milliseconds(300);
+  options.offerTtlSeconds = 2;
+  return options;
+}
+
+/// Availability reports as they arrive, with a bounded wait for a given state.
+class AvailabilityLog {
+ public:
+  someip::SomeIpTransport::AvailabilityHandler handler() {
+    return [this](const Address& address, bool available) {
+      std::lock_guard<std::mutex> lock(mutex_);
+      reports_.emplace_back(address, available);
+      changed_.notify_all();
+    };
+  }
+  bool waitFor(const Address& address, bool available) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, WAIT, [&] {
+      for (auto it = reports_.rbegin(); it != reports_.rend(); ++it) {
+        if (it->first == address) {
+          return it->second == available;
+        }
+      }
+      return false;
+    });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::pair<Address, bool>> reports_;
+};
+
+class LoopbackTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { inNamespace_ = enterOwnNetworkNamespace(skipReason_); }
+
+  void SetUp() override {
+    if (!inNamespace_) {
+      GTEST_SKIP() << "SKIP: " << skipReason_;
+    }
+    server_ = std::make_shared<someip::SomeIpTransport>(optionsFor("127.0.0.2"));
+    client_ = std::make_shared<someip::SomeIpTransport>(optionsFor("127.0.0.3"));
+    ASSERT_EQ(server_->connect(), someip::Result::Ok);
+    ASSERT_EQ(client_->connect(), someip::Result::Ok);
+    server_->setRequestHandler([this](const Address& address, std::uint16_t method, const std::uint8_t* data,
+                                      std::size_t size, std::vector<std::uint8_t>& response) {
+      return answer(address, method, data, size, response);
+    });
+    ASSERT_TRUE(server_->offerService(SCAN));
+    ASSERT_TRUE(server_->offerEvent(SCAN, 3, {1, 2}));
+    ASSERT_TRUE(client_->subscribeAvailability({0x0003}, availability_.handler()));
+    ASSERT_TRUE(client_->requestService(Address{0x0003, 0xFFFF}));
+    ASSERT_TRUE(availability_.waitFor(SCAN, true));
+  }
+
+  void TearDown() override {
+    if (client_) {
+      client_->disconnect();
+    }
+    if (server_) {
+      server_->disconnect();
+    }
+  }
+
+  /// Method 1 echoes the request reversed; 2 answers E_NOT_OK; 3 answers after 600 ms (beyond the
+  /// client's call timeout) with 4 bytes.
+  ReturnCode answer(const Address& address, std::uint16_t method, const std::uint8_t* data, std::size_t size,
+                    std::vector<std::uint8_t>& response) {
+    if (address != SCAN) {
+      return ReturnCode::E_UNKNOWN_SERVICE;
+    }
+    switch (method) {
+      case 1:
+        response.assign(data, data + size);
+        std::reverse(response.begin(), response.end());
+        return ReturnCode::E_OK;
+      case 2:
+        return ReturnCode::E_NOT_OK;
+      case 3:
+        std::this_thread::sleep_for(std::chrono::milliseconds(600));
+        response.assign({9, 9, 9, 9});
+        return ReturnCode::E_OK;
+      default:
+        return ReturnCode::E_UNKNOWN_METHOD;
+    }
+  }
+
+  static inline bool inNamespace_{false};
+  static inline std::string skipReason_;
+  kov::test::LogCapture log_;  // first: installed before, and removed after, every transport thread
+  AvailabilityLog availability_;
+  std::shared_ptr<someip::SomeIpTransport> server_;
+  std::shared_ptr<someip::SomeIpTransport> client_;
+};
+
+TEST_F(LoopbackTest, MethodCallsReturnTheAnswerOrADistinctFailure) {
+  const std::uint8_t request[3] = {1, 2, 3};
+  std::uint8_t response[3] = {};
+  EXPECT_EQ(client_->callMethod(SCAN, 1, request, 3, response, 3), someip::Result::Ok);
+  EXPECT_EQ(std::vector<std::uint8_t>(response, response + 3), (std::vector<std::uint8_t>{3, 2, 1}));
+
+  std::uint8_t guarded[4] = {0xAA, 0xAA, 0xAA, 0xAA};
+  EXPECT_EQ(client_->callMethod(SCAN, 1, request, 3, guarded, 2), someip::RESULT_SIZE_MISMATCH);
+  EXPECT_EQ(guarded[0], 0xAA) << "a response of the wrong size must not be copied";
+  EXPECT_EQ(client_->callMethod(SCAN, 2, nullptr, 0, nullptr, 0),
+            someip::remoteErrorResult(ReturnCode::E_NOT_OK));
+  EXPECT_EQ(client_->callMethod(SCAN, 7, nullptr, 0, nullptr, 0),
+            someip::remoteErrorResult(ReturnCode::E_UNKNOWN_METHOD));
+  EXPECT_EQ(client_->callMethod(Address{0x0003, 0x0099}, 1, request, 3, response, 3),
+            someip::RESULT_UNKNOWN_INSTANCE);
+  EXPECT_EQ(client_->callMethod(Address{0x0003, 0xFFFF}, 1, request, 3, response, 3),
+            someip::RESULT_INVALID_ARGUMENT);
+
+  // A response after the timeout is dropped and does not answer the next call.
+  const auto started = Clock::now();
+  EXPECT_EQ(client_->callMethod(SCAN, 3, nullptr, 0, guarded, 4), someip::Result::Timeout);
+  EXPECT_LT(Clock::now() - started, std::chrono::milliseconds(550));
+  std::this_thread::sleep_for(std::chrono::milliseconds(400));  // the late answer arrives meanwhile
+  EXPECT_EQ(guarded[0], 0xAA);
+  EXPECT_EQ(client_->callMethod(SCAN, 1, request, 3, response, 3), someip::Result::Ok);
+  EXPECT_EQ(response[0], 3);
+}
+
+TEST_F(LoopbackTest, ConcurrentCallsEachGetTheirOwnResponse) {
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> callers;
+  for (std::uint8_t t = 0; t < 4; ++t) {
+    callers.emplace_back([this, t, &wrong] {
+      for (std::uint8_t i = 0; i < 50; ++i) {
+        const std::uint8_t request[2] = {t, i};
+        std::uint8_t response[2] = {};
+        if (client_->callMethod(SCAN, 1, request, 2, response, 2) != someip::Result::Ok || response[0] != i ||
+            response[1] != t) {
+          ++wrong;
+        }
+      }
+    });
+  }
+  for (auto& caller : callers) {
+    caller.join();
+  }
+  EXPECT_EQ(wrong.load(), 0);
+}
+
+TEST_F(LoopbackTest, EventsReachTheSubscriberUntilUnsubscribeReturns) {
+  std::mutex mutex;
+  std::condition_variable arrived;
+  std::vector<std::pair<std::uint16_t, std::vector<std::uint8_t>>> events;
+  std::atomic<bool> unsubscribed{false};
+  std::atomic<int> late{0};
+  const std::uint8_t initial[2] = {0x10, 0x20};
+  ASSERT_TRUE(server_->notifyEvent(SCAN, 1, initial, 2));  // kept as the value for new subscribers
+
+  ASSERT_TRUE(
+      client_->subscribeEvents(SCAN, 3, {1}, [&](std::uint16_t id, const void* data, std::size_t size) {
+        if (unsubscribed) {
+          ++late;
+        }
+        const auto* bytes = static_cast<const std::uint8_t*>(data);
+        std::lock_guard<std::mutex> lock(mutex);
+        events.emplace_back(id, std::vector<std::uint8_t>(bytes, bytes + size));
+        arrived.notify_all();
+      }));
+  {
+    std::unique_lock<std::mutex> lock(mutex);
+    ASSERT_TRUE(arrived.wait_for(lock, WAIT, [&] { return !events.empty(); })) << "initial value missing";
+    EXPECT_EQ(events[0], (std::pair<std::uint16_t, std::vector<std::uint8_t>>{1, {0x10, 0x20}}));
+  }
+  // Event 2 is in the group but not subscribed to: not delivered. Event 1 is.
+  const std::uint8_t other[1] = {0x77};
+  const std::uint8_t next[1] = {0x55};
+  ASSERT_TRUE(server_->notifyEvent(SCAN, 2, other, 1));
+  ASSERT_TRUE(server_->notifyEvent(SCAN, 1, next, 1));
+  {
+    std::unique_lock<std::mutex> lock(mutex);
+    ASSERT_TRUE(arrived.wait_for(lock, WAIT, [&] { return events.size() >= 2; }));
+    EXPECT_EQ(events[1], (std::pair<std::uint16_t, std::vector<std::uint8_t>>{1, {0x55}}));
+  }
+
+  // A stream of events while unsubscribing: nothing runs after unsubscribeEvents returned.
+  std::atomic<bool> stop{false};
+  std::thread publisher([&] {
+    const std::uint8_t value[1] = {1};
+    for (int i = 0; i < 2000 && !stop; ++i) {
+      server_->notifyEvent(SCAN, 1, value, 1);
+    }
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_TRUE(client_->unsubscribeEvents(SCAN));
+  unsubscribed = true;
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  stop = true;
+  publisher.join();
+  EXPECT_EQ(late.load(), 0);
+  EXPECT_FALSE(client_->unsubscribeEvents(SCAN));
+}
+
+TEST_F(LoopbackTest, StopOfferMakesTheInstanceUnavailableAndAnOfferBringsItBack) {
+  ASSERT_TRUE(server_->stopOfferService(SCAN));
+  EXPECT_TRUE(availability_.waitFor(SCAN, false));
+  std::uint8_t response[1] = {};
+  const std::uint8_t request[1] = {4};
+  EXPECT_EQ(client_->callMethod(SCAN, 1, request, 1, response, 1), someip::RESULT_UNKNOWN_INSTANCE);
+  ASSERT_TRUE(server_->offerService(SCAN));
+  EXPECT_TRUE(availability_.waitFor(SCAN, true));
+  EXPECT_EQ(client_->callMethod(SCAN, 1, request, 1, response, 1), someip::Result::Ok);
+
+  // Disconnecting the server withdraws its offers.
+  server_->disconnect();
+  EXPECT_TRUE(availability_.waitFor(SCAN, false));
+}
+
+TEST_F(LoopbackTest, MalformedDatagramsAreDroppedWithOneLineEachAndChangeNothing) {
+  const int sock = socket(AF_INET, SOCK_DGRAM, 0);
+  ASSERT_GE(sock, 0);
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(30490);
+  inet_pton(AF_INET, "127.0.0.3", &to.sin_addr);
+  const std::vector<std::vector<std::uint8_t>> garbage{
+      {0xFF, 0xFF},                                                     // truncated header
+      {0xFF, 0xFF, 0x81, 0x00, 0, 0, 0, 0x40, 0, 0, 0, 1, 1, 1, 2, 0},  // length beyond datagram
+      {0xFF, 0xFF, 0x81, 0x00, 0, 0, 0, 0x0C, 0, 0, 0, 1, 1, 1, 2, 0, 0x40, 0, 0, 0},  // SD too short
+  };
+  for (const auto& datagram : garbage) {
+    ASSERT_EQ(sendto(sock, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)),
+              static_cast<ssize_t>(datagram.size()));
+  }
+  close(sock);
+  const std::uint8_t request[1] = {4};
+  std::uint8_t response[1] = {};
+  EXPECT_EQ(client_->callMethod(SCAN, 1, request, 1, response, 1), someip::Result::Ok);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  client_->disconnect();  // the captured log is read only once no transport thread writes to it
+  server_->disconnect();
+  std::size_t dropped = 0;
+  for (const auto& line : log_.lines()) {
+    dropped += line.find("Dropping SOME/IP-SD") != std::string::npos ? 1 : 0;
+  }
+  EXPECT_EQ(dropped, garbage.size()) << log_.text();
+}
+
+}  // namespace
