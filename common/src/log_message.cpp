@@ -3,7 +3,9 @@
 #include <chrono>
 #include <cstdint>
 #include <exception>
+#include <utility>
 
+#include "log_record_cache.hpp"
 #include "process/kov_platform_posix_process.hpp"
 
 namespace kov::common::log {
@@ -12,7 +14,9 @@ LogMessage::LogMessage(const char* file, unsigned int line, LogLevel level, ILog
   const auto threadId = static_cast<std::uint32_t>(kov::platform::process::getIdOfCurrentThread());
   const auto processId = static_cast<std::uint32_t>(kov::platform::process::getIdOfCurrentProcess());
   const auto now = std::chrono::steady_clock::now();
-  data_ = std::make_shared<LogData>(file, now, level, static_cast<std::uint32_t>(line), processId, threadId);
+  // A new record, or the thread's previous one when nobody kept it (see log_record_cache.hpp).
+  data_ = acquireLogRecord(file, now, level, static_cast<std::uint32_t>(line), processId, threadId);
+  data_->destination = &logger_;
   if (logger_.isUsingDefaultLogFormat()) {
     data_->stream << getLevelName(level) << " - " << data_->getFileName() << '(' << line << "): ";
   } else {
@@ -26,6 +30,7 @@ LogMessage::~LogMessage() {
   } catch (const std::exception&) {
     // A failing sink must not take the caller down; the message is lost.
   }
+  releaseLogRecord(std::move(data_));
 }
 
 const char* LogMessage::getLevelName(LogLevel level) {

@@ -1,11 +1,16 @@
 #include "process/kov_platform_posix_process.hpp"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
 #include <thread>
+
+#include "common/log/log_message.hpp"
+#include "common/log/stream_logger.hpp"
 
 namespace {
 
@@ -17,6 +22,38 @@ TEST(Process, IdentityMatchesPosix) {
   pthread_t other{};
   std::thread([&] { other = process::getIdOfCurrentThread(); }).join();
   EXPECT_FALSE(pthread_equal(other, pthread_self()));
+}
+
+// The process id is read once and kept; a child made by fork() must report and log its own.
+TEST(Process, ForkedChildUsesItsOwnProcessId) {
+  const pid_t parent = process::getIdOfCurrentProcess();
+  ASSERT_EQ(parent, getpid());
+  int pipeEnds[2];
+  ASSERT_EQ(pipe(pipeEnds), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    close(pipeEnds[0]);
+    kov::common::log::StringLogger logger;
+    kov::common::log::LogMessage("a/b", 1, kov::common::log::LogLevel::INFO, logger).getStream() << "child";
+    const std::string wanted = "[" + std::to_string(getpid()) + ".";
+    const bool ok = process::getIdOfCurrentProcess() == getpid() && getpid() != parent &&
+                    logger.getString().rfind(wanted, 0) == 0;
+    const char verdict = ok ? 'y' : 'n';
+    static_cast<void>(write(pipeEnds[1], &verdict, 1));
+    _exit(0);
+  }
+  close(pipeEnds[1]);
+  pollfd readable{pipeEnds[0], POLLIN, 0};
+  char verdict = '?';
+  if (poll(&readable, 1, 10000) == 1) {
+    static_cast<void>(read(pipeEnds[0], &verdict, 1));
+  }
+  close(pipeEnds[0]);
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(verdict, 'y');
+  EXPECT_EQ(process::getIdOfCurrentProcess(), parent);
 }
 
 TEST(Process, ThreadNamesAreCutTo15Characters) {

@@ -87,14 +87,25 @@ TEST(StreamLogger, ColouredLinesWrapTextAndOmitLevelName) {
   EXPECT_EQ(out.str(), p + "INFO: i\n");
 }
 
-TEST(StreamLogger, ThreadNameAppearsOnlyWhenSet) {
+TEST(StreamLogger, EveryLineShowsTheThreadsNameOfThatMoment) {
   StringLogger logger;
+  std::string expected;
   std::thread([&] {
     kov::platform::process::setNameOfCurrentThread("worker");
     log(logger, LogLevel::INFO, "named");
+    expected += prefix() + "INFO: named\n";
+    // Renamed by code that does not go through the library.
+    ASSERT_EQ(pthread_setname_np(pthread_self(), "fifteen-chars-x"), 0);
+    log(logger, LogLevel::WARN, "renamed");
+    expected += prefix() + "WARN: renamed\n";
+    ASSERT_EQ(pthread_setname_np(pthread_self(), ""), 0);
+    log(logger, LogLevel::ERROR, "unnamed");
+    expected += prefix() + "ERROR: unnamed\n";
   }).join();
-  const std::string text = logger.getString();
-  EXPECT_NE(text.find("(worker)] INFO: named\n"), std::string::npos) << text;
+  EXPECT_NE(expected.find("(worker)] INFO: named"), std::string::npos);
+  EXPECT_NE(expected.find("(fifteen-chars-x)] WARN: renamed"), std::string::npos);
+  EXPECT_NE(expected.find("] ERROR: unnamed"), std::string::npos);
+  EXPECT_EQ(logger.getString(), expected);
 }
 
 TEST(StreamLogger, FileLoggerTruncatesOrAppends) {
@@ -136,6 +147,8 @@ TEST(StreamLogger, ConcurrentLinesStayWhole) {
   for (int t = 0; t < THREADS; ++t) {
     threads.emplace_back([&logger, t] {
       for (int i = 0; i < LINES; ++i) {
+        // Dropped messages in between: every thread reuses its records for both kinds.
+        LogMessage("f", 1, LogLevel::DEBUG, logger).getStream() << "dropped " << t;
         LogMessage("f", 1, LogLevel::INFO, logger).getStream() << "thread " << t << " line " << i << " end";
       }
     });

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <streambuf>
 #include <string_view>
 
@@ -27,6 +28,18 @@ class FixedSizeStreambuffer : public std::streambuf {
   const char* terminate() {
     *pptr() = '\0';
     return pbase();
+  }
+
+  /// Back to the state of a new buffer: the bytes written so far (and the NUL that terminate() may
+  /// have put behind them) zeroed again, the put pointer at the start.
+  void rewind() {
+    const std::size_t used = static_cast<std::size_t>(pptr() - pbase());
+    if (used == 0) {
+      buffer[0] = '\0';
+    } else {
+      std::memset(buffer, 0, used < SIZE ? used + 1 : SIZE);
+    }
+    setp(buffer, buffer + CAPACITY);
   }
 
  private:

@@ -11,6 +11,8 @@
 
 namespace kov::common::log {
 
+class ILogger;
+
 /// One log record: the message text in a fixed buffer, the stream that writes into it and the facts
 /// about where and when the message was made. Held by std::shared_ptr so that a logger may keep it.
 struct LogData {
@@ -32,6 +34,12 @@ struct LogData {
   std::uint32_t line;
   std::uint32_t processId;
   std::uint32_t threadId;
+  /// The logger that the LogMessage making this record will send it to (null for records made
+  /// otherwise): that logger alone may conclude that nobody else will be sent the record.
+  const ILogger* destination{nullptr};
+  /// Set by `destination` when it drops the record as it is begun and is the only one to be sent it:
+  /// the stream is then left failed (failbit), so that no text is formatted that nobody would read.
+  bool discarded{false};
 };
 
 /// A log record's fields as plain values, for loggers that want them rather than the text.

@@ -8,7 +8,7 @@
 
 namespace kov::platform::process {
 
-/// Id of the calling process (getpid()).
+/// Id of the calling process (getpid()), read once and kept; a child made by fork() gets its own.
 pid_t getIdOfCurrentProcess();
 
 /// pthread_self() of the calling thread; not the kernel's thread id.

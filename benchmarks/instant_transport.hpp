@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "networking/i_some_ip_transport.hpp"
+
+namespace kov::bench {
+
+/// A transport that answers every method call at once with a fixed desired-scan-settings record
+/// (20 Hz, interlace 2, line 1, fill on) and keeps the event handlers it is given.
+class InstantTransport : public kov::platform::networking::ISomeIpTransport {
+ public:
+  Result connect() override { return Result::Ok; }
+  Result disconnect() override { return Result::Ok; }
+  bool subscribeAvailability(const std::vector<std::uint16_t>&, AvailabilityHandler) override { return true; }
+  bool unsubscribeAvailability() override { return true; }
+  bool offerService(const Address&) override { return true; }
+  bool stopOfferService(const Address&) override { return true; }
+  bool requestService(const Address&) override { return true; }
+  bool releaseService(const Address&) override { return true; }
+  Result callMethod(const Address&, std::uint16_t, const void*, std::size_t, void* response,
+                    std::size_t responseSize) override {
+    if (response != nullptr) {
+      std::memcpy(response, answer_, responseSize < sizeof(answer_) ? responseSize : sizeof(answer_));
+    }
+    return Result::Ok;
+  }
+  bool subscribeEvents(const Address& address, std::uint16_t, const std::vector<std::uint16_t>&,
+                       EventHandler handler) override {
+    (address.serviceId == 2 ? systemEvents : scanEvents) = std::move(handler);
+    return true;
+  }
+  bool offerEvent(const Address&, std::uint16_t, const std::vector<std::uint16_t>&) override { return true; }
+  bool stopOfferEvent(const Address&, std::uint16_t) override { return true; }
+  bool notifyEvent(const Address&, std::uint16_t, const void*, std::size_t) override { return true; }
+  bool unsubscribeEvents(const Address&) override { return true; }
+
+  EventHandler systemEvents;
+  EventHandler scanEvents;
+
+ private:
+  const std::uint8_t answer_[8] = {0x41, 0xA0, 0, 0, 2, 1, 1, 0};
+};
+
+}  // namespace kov::bench
