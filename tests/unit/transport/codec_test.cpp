@@ -1,0 +1,252 @@
+// SOME/IP header codec: expected bytes are written out field by field from the header layout
+// (message id, length, request id, protocol version, interface version, message type, return code).
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "someip/message.hpp"
+
+namespace {
+
+using namespace kov::platform::networking::someip;
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::size_t UNTOUCHED = 0xC0FFEE;
+
+Bytes concat(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const auto& part : parts) {
+    all.insert(all.end(), part.begin(), part.end());
+  }
+  return all;
+}
+
+MessageHeader headerOf(std::uint16_t service, std::uint16_t method, std::uint16_t client,
+                       std::uint16_t session, std::uint8_t interfaceVersion, MessageType type,
+                       ReturnCode code) {
+  MessageHeader h;
+  h.serviceId = service;
+  h.methodId = method;
+  h.clientId = client;
+  h.sessionId = session;
+  h.interfaceVersion = interfaceVersion;
+  h.messageType = type;
+  h.returnCode = code;
+  h.length = 0xDEADBEEF;  // appendMessage computes the length itself
+  return h;
+}
+
+void expectHeader(const MessageHeader& actual, const MessageHeader& expected, std::uint32_t length,
+                  const std::string& name) {
+  EXPECT_EQ(actual.serviceId, expected.serviceId) << name;
+  EXPECT_EQ(actual.methodId, expected.methodId) << name;
+  EXPECT_EQ(actual.length, length) << name;
+  EXPECT_EQ(actual.clientId, expected.clientId) << name;
+  EXPECT_EQ(actual.sessionId, expected.sessionId) << name;
+  EXPECT_EQ(actual.protocolVersion, PROTOCOL_VERSION) << name;
+  EXPECT_EQ(actual.interfaceVersion, expected.interfaceVersion) << name;
+  EXPECT_EQ(actual.messageType, expected.messageType) << name;
+  EXPECT_EQ(actual.returnCode, expected.returnCode) << name;
+}
+
+struct GoldenCase {
+  std::string name;
+  MessageHeader header;
+  Bytes payload;
+  Bytes wire;
+};
+
+std::vector<GoldenCase> goldenCases() {
+  return {
+      {"request",
+       headerOf(0x1234, 0x0421, 0x1000, 0x0007, 0x02, MessageType::REQUEST, ReturnCode::E_OK),
+       {0xDE, 0xAD, 0xBE},
+       {0x12, 0x34, 0x04, 0x21, 0x00, 0x00, 0x00, 0x0B, 0x10, 0x00, 0x00, 0x07, 0x01, 0x02, 0x00, 0x00, 0xDE,
+        0xAD, 0xBE}},
+      {"fire and forget",
+       headerOf(0xBEEF, 0x0001, 0xFFFF, 0xFFFF, 0xFF, MessageType::REQUEST_NO_RETURN, ReturnCode::E_OK),
+       {0x00},
+       {0xBE, 0xEF, 0x00, 0x01, 0x00, 0x00, 0x00, 0x09, 0xFF, 0xFF, 0xFF, 0xFF, 0x01, 0xFF, 0x01, 0x00,
+        0x00}},
+      {"notification without payload",
+       headerOf(0x1234, 0x8001, 0x0000, 0x0100, 0x01, MessageType::NOTIFICATION, ReturnCode::E_OK),
+       {},
+       {0x12, 0x34, 0x80, 0x01, 0x00, 0x00, 0x00, 0x08, 0x00, 0x00, 0x01, 0x00, 0x01, 0x01, 0x02, 0x00}},
+      {"response",
+       headerOf(0x0102, 0x0304, 0x0506, 0x0708, 0x09, MessageType::RESPONSE, ReturnCode::E_NOT_READY),
+       {0x11, 0x22, 0x33, 0x44},
+       {0x01, 0x02, 0x03, 0x04, 0x00, 0x00, 0x00, 0x0C, 0x05, 0x06,
+        0x07, 0x08, 0x01, 0x09, 0x80, 0x04, 0x11, 0x22, 0x33, 0x44}},
+      {"error",
+       headerOf(0x1234, 0x0421, 0x1000, 0x0007, 0x02, MessageType::ERROR, ReturnCode::E_WRONG_MESSAGE_TYPE),
+       {},
+       {0x12, 0x34, 0x04, 0x21, 0x00, 0x00, 0x00, 0x08, 0x10, 0x00, 0x00, 0x07, 0x01, 0x02, 0x81, 0x0A}},
+  };
+}
+
+TEST(SomeIpHeader, EncodesAndParsesHandWrittenBytes) {
+  for (const auto& c : goldenCases()) {
+    Bytes out{0xAB};  // appending keeps what was there
+    appendMessage(c.header, c.payload.data(), c.payload.size(), out);
+    EXPECT_EQ(out, concat({{0xAB}, c.wire})) << c.name;
+
+    MessageView view;
+    std::size_t consumed = UNTOUCHED;
+    ASSERT_EQ(parseMessage(c.wire.data(), c.wire.size(), view, consumed), ParseError::NONE) << c.name;
+    EXPECT_EQ(consumed, c.wire.size()) << c.name;
+    expectHeader(view.header, c.header, static_cast<std::uint32_t>(8 + c.payload.size()), c.name);
+    EXPECT_EQ(view.payload, c.wire.data() + 16) << c.name;
+    EXPECT_EQ(Bytes(view.payload, view.payload + view.payloadSize), c.payload) << c.name;
+
+    Bytes header(16, 0);
+    writeHeader(view.header, header.data());  // writes the parsed length as it is
+    EXPECT_EQ(header, Bytes(c.wire.begin(), c.wire.begin() + 16)) << c.name;
+  }
+}
+
+TEST(SomeIpHeader, ReturnCodesAndMessageTypesHaveTheirWireValues) {
+  const std::vector<std::pair<ReturnCode, std::uint8_t>> codes{{ReturnCode::E_OK, 0x00},
+                                                               {ReturnCode::E_NOT_OK, 0x01},
+                                                               {ReturnCode::E_UNKNOWN_SERVICE, 0x02},
+                                                               {ReturnCode::E_UNKNOWN_METHOD, 0x03},
+                                                               {ReturnCode::E_NOT_READY, 0x04},
+                                                               {ReturnCode::E_NOT_REACHABLE, 0x05},
+                                                               {ReturnCode::E_TIMEOUT, 0x06},
+                                                               {ReturnCode::E_WRONG_PROTOCOL_VERSION, 0x07},
+                                                               {ReturnCode::E_WRONG_INTERFACE_VERSION, 0x08},
+                                                               {ReturnCode::E_MALFORMED_MESSAGE, 0x09},
+                                                               {ReturnCode::E_WRONG_MESSAGE_TYPE, 0x0A}};
+  for (const auto& [code, byte] : codes) {
+    Bytes out;
+    appendMessage(headerOf(1, 2, 3, 4, 5, MessageType::RESPONSE, code), nullptr, 0, out);
+    ASSERT_EQ(out.size(), 16U);
+    EXPECT_EQ(out[15], byte);
+  }
+  const std::vector<std::pair<MessageType, std::uint8_t>> types{{MessageType::REQUEST, 0x00},
+                                                                {MessageType::REQUEST_NO_RETURN, 0x01},
+                                                                {MessageType::NOTIFICATION, 0x02},
+                                                                {MessageType::RESPONSE, 0x80},
+                                                                {MessageType::ERROR, 0x81}};
+  for (const auto& [type, byte] : types) {
+    Bytes out;
+    appendMessage(headerOf(1, 2, 3, 4, 5, type, ReturnCode::E_OK), nullptr, 0, out);
+    EXPECT_EQ(out.at(14), byte);
+    EXPECT_TRUE(isKnownMessageType(byte));
+  }
+}
+
+TEST(SomeIpDatagram, MessagesBackToBackAreReadOneAfterTheOther) {
+  const auto cases = goldenCases();
+  // A request, a message of protocol version 2 (skipped, its length still counts), a response, and two
+  // stray bytes after a length field that covers less than the datagram.
+  const Bytes version2{0x12, 0x34, 0x00, 0x01, 0x00, 0x00, 0x00, 0x0A, 0x00,
+                       0x01, 0x00, 0x02, 0x02, 0x01, 0x00, 0x00, 0x77, 0x77};
+  const Bytes datagram = concat({cases[0].wire, version2, cases[3].wire, {0x55, 0x66}});
+
+  Bytes built;
+  appendMessage(cases[0].header, cases[0].payload.data(), cases[0].payload.size(), built);
+  appendMessage(cases[3].header, cases[3].payload.data(), cases[3].payload.size(), built);
+  EXPECT_EQ(built, concat({cases[0].wire, cases[3].wire}));
+
+  struct Step {
+    ParseError error;
+    std::size_t consumed;
+    std::uint16_t methodId;
+  };
+  const std::vector<Step> expected{{ParseError::NONE, 19, 0x0421},
+                                   {ParseError::WRONG_PROTOCOL_VERSION, 18, 0},
+                                   {ParseError::NONE, 20, 0x0304},
+                                   {ParseError::TRUNCATED_HEADER, UNTOUCHED, 0}};
+  std::size_t offset = 0;
+  for (const auto& step : expected) {
+    MessageView view;
+    std::size_t consumed = UNTOUCHED;
+    const ParseError error = parseMessage(datagram.data() + offset, datagram.size() - offset, view, consumed);
+    EXPECT_EQ(error, step.error) << "at byte " << offset;
+    EXPECT_EQ(consumed, step.consumed) << "at byte " << offset;
+    if (error == ParseError::NONE) {
+      EXPECT_EQ(view.header.methodId, step.methodId);
+      EXPECT_EQ(view.payload, datagram.data() + offset + 16);
+      EXPECT_EQ(view.payloadSize, consumed - 16);
+    }
+    if (consumed == UNTOUCHED) {
+      break;
+    }
+    offset += consumed;
+  }
+  EXPECT_EQ(offset, datagram.size() - 2);
+}
+
+TEST(SomeIpHeader, MalformedInputIsRefusedAndLeavesTheResultAlone) {
+  // A valid request of 4 payload bytes; each case changes what makes it wrong.
+  const Bytes good{0x12, 0x34, 0x00, 0x01, 0x00, 0x00, 0x00, 0x0C, 0x10, 0x00,
+                   0x00, 0x01, 0x01, 0x01, 0x00, 0x00, 0xA1, 0xA2, 0xA3, 0xA4};
+  const auto with = [&good](std::size_t at, std::initializer_list<std::uint8_t> bytes) {
+    Bytes changed = good;
+    std::copy(bytes.begin(), bytes.end(), changed.begin() + static_cast<std::ptrdiff_t>(at));
+    return changed;
+  };
+  struct Case {
+    std::string name;
+    Bytes bytes;
+    ParseError error;
+    std::size_t consumed;  // UNTOUCHED: nothing to skip to
+  };
+  const std::vector<Case> cases{
+      {"empty", {}, ParseError::TRUNCATED_HEADER, UNTOUCHED},
+      {"15 bytes", Bytes(good.begin(), good.begin() + 15), ParseError::TRUNCATED_HEADER, UNTOUCHED},
+      {"length 0", with(4, {0, 0, 0, 0}), ParseError::LENGTH_TOO_SMALL, UNTOUCHED},
+      {"length 7", with(4, {0, 0, 0, 7}), ParseError::LENGTH_TOO_SMALL, UNTOUCHED},
+      {"length one past the datagram", with(4, {0, 0, 0, 0x0D}), ParseError::LENGTH_BEYOND_DATAGRAM,
+       UNTOUCHED},
+      {"payload cut off", Bytes(good.begin(), good.end() - 1), ParseError::LENGTH_BEYOND_DATAGRAM, UNTOUCHED},
+      {"length 0xFFFFFFFF", with(4, {0xFF, 0xFF, 0xFF, 0xFF}), ParseError::LENGTH_BEYOND_DATAGRAM, UNTOUCHED},
+      {"length 0xFFFFFFF8", with(4, {0xFF, 0xFF, 0xFF, 0xF8}), ParseError::LENGTH_BEYOND_DATAGRAM, UNTOUCHED},
+      {"protocol version 0", with(12, {0x00}), ParseError::WRONG_PROTOCOL_VERSION, 20},
+      {"protocol version 2", with(12, {0x02}), ParseError::WRONG_PROTOCOL_VERSION, 20},
+      {"message type 0x03", with(14, {0x03}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
+      {"TP request 0x20", with(14, {0x20}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
+      {"TP notification 0x22", with(14, {0x22}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
+      {"request ACK 0x40", with(14, {0x40}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
+      {"response ACK 0xC0", with(14, {0xC0}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
+      {"TP response 0xA0", with(14, {0xA0}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
+      {"message type 0x82", with(14, {0x82}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
+      {"message type 0xFF", with(14, {0xFF}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
+  };
+  for (const auto& c : cases) {
+    MessageView view;
+    view.header.serviceId = 0xABCD;
+    view.payloadSize = 99;
+    std::size_t consumed = UNTOUCHED;
+    EXPECT_EQ(parseMessage(c.bytes.data(), c.bytes.size(), view, consumed), c.error) << c.name;
+    EXPECT_EQ(consumed, c.consumed) << c.name;
+    EXPECT_EQ(view.header.serviceId, 0xABCD) << c.name;
+    EXPECT_EQ(view.payloadSize, 99U) << c.name;
+    EXPECT_STRNE(describe(c.error), describe(ParseError::NONE)) << c.name;
+  }
+  MessageView view;
+  std::size_t consumed = UNTOUCHED;
+  EXPECT_EQ(parseMessage(nullptr, 100, view, consumed), ParseError::TRUNCATED_HEADER);
+  EXPECT_EQ(consumed, UNTOUCHED);
+  // The unchanged message is accepted, so every refusal above is caused by its one change.
+  ASSERT_EQ(parseMessage(good.data(), good.size(), view, consumed), ParseError::NONE);
+  EXPECT_EQ(consumed, 20U);
+}
+
+TEST(SomeIpSession, CountsFromOneToFfffAndWrapsToOneNeverZero) {
+  const std::vector<std::pair<std::uint16_t, std::uint16_t>> steps{
+      {0x0000, 0x0001}, {0x0001, 0x0002}, {0x00FF, 0x0100}, {0xFFFE, 0xFFFF}, {0xFFFF, 0x0001}};
+  for (const auto& [from, to] : steps) {
+    EXPECT_EQ(nextSessionId(from), to) << std::hex << from;
+  }
+  std::uint16_t session = 1;
+  for (std::uint32_t i = 1; i < 0x10000; ++i) {
+    session = nextSessionId(session);
+    ASSERT_NE(session, 0) << i;
+  }
+  EXPECT_EQ(session, 1);  // 0xFFFF steps visit every id from 1 to 0xFFFF once and come back
+}
+
+}  // namespace

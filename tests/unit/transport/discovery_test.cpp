@@ -1,0 +1,432 @@
+// Service discovery state machines driven with a fake clock: time points are made up, nothing sleeps.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <set>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "discovery_client.hpp"
+#include "discovery_server.hpp"
+#include "sd_session.hpp"
+
+namespace {
+
+using namespace kov::platform::networking::someip;
+using namespace kov::platform::networking::someip::detail;
+using namespace std::chrono_literals;
+using Changes = std::vector<AvailabilityChange>;
+
+const Clock::time_point T0{std::chrono::hours(1)};
+constexpr std::uint32_t PEER_A = 0x7F000002;
+constexpr std::uint32_t PEER_B = 0x7F000003;
+const Address SERVICE_10{0x1234, 0x0010};
+const Address SERVICE_11{0x1234, 0x0011};
+const Endpoint ENDPOINT_A{PEER_A, 30501};
+
+TransportOptions testOptions() {
+  TransportOptions options;
+  options.unicastAddress = "127.0.0.1";
+  options.repetitionsBaseDelay = 30ms;
+  options.repetitionsMax = 3;
+  options.cyclicOfferDelay = 1000ms;
+  options.offerTtlSeconds = 3;
+  return options;
+}
+
+std::chrono::milliseconds fixedInitialDelay() {
+  return 50ms;
+}
+
+SdEntry offerEntry(const Address& address, std::uint32_t ttl, const Endpoint& endpoint,
+                   std::uint8_t protocol = L4_PROTOCOL_UDP, std::uint8_t major = 0) {
+  SdEntry entry;
+  entry.type = SdEntryType::OFFER_SERVICE;
+  entry.serviceId = address.serviceId;
+  entry.instanceId = address.instanceId;
+  entry.majorVersion = major;
+  entry.ttl = ttl;
+  SdOption option;
+  option.type = SdOptionType::IPV4_ENDPOINT;
+  option.address = endpoint.ip;
+  option.port = endpoint.port;
+  option.protocol = protocol;
+  entry.options.push_back(option);
+  return entry;
+}
+
+std::string text(const Changes& changes) {
+  std::string all;
+  for (const auto& change : changes) {
+    all += (change.available ? "+" : "-") + std::to_string(change.address.instanceId) + " ";
+  }
+  return all;
+}
+
+/// Polls at each millisecond offset from T0 and returns the offsets at which something was sent.
+template <typename Machine>
+std::vector<long> sendTimes(Machine& machine, Clock::time_point start, std::chrono::milliseconds until,
+                            std::vector<SdOutgoing>* sent = nullptr) {
+  std::vector<long> times;
+  for (auto at = 0ms; at <= until; at += 1ms) {
+    SdOutbox out;
+    if constexpr (std::is_same_v<Machine, DiscoveryClient>) {
+      Changes changes;
+      machine.poll(start + at, out, changes);
+    } else {
+      machine.poll(start + at, out);
+    }
+    if (!out.empty()) {
+      times.push_back(static_cast<long>(at.count()));
+      if (sent != nullptr) {
+        sent->insert(sent->end(), out.begin(), out.end());
+      }
+    }
+  }
+  return times;
+}
+
+TEST(DiscoveryClient, FindsAfterTheInitialWaitThenRepeatsWithDoublingDelaysThenStops) {
+  const TransportOptions options = testOptions();
+  DiscoveryClient client(options, fixedInitialDelay);
+  client.requestService(0x1234, T0);
+  client.requestService(0x1234, T0 + 5ms);  // a second request changes nothing
+  EXPECT_EQ(client.nextDeadline(), T0 + 50ms);
+  std::vector<SdOutgoing> sent;
+  EXPECT_EQ(sendTimes(client, T0, 3000ms, &sent), (std::vector<long>{50, 80, 140, 260}));
+  EXPECT_EQ(client.nextDeadline(), Clock::time_point::max());
+  ASSERT_EQ(sent.size(), 4U);
+  for (const auto& find : sent) {
+    EXPECT_TRUE(find.multicast);
+    EXPECT_EQ(find.entry.type, SdEntryType::FIND_SERVICE);
+    EXPECT_EQ(find.entry.serviceId, 0x1234);
+    EXPECT_EQ(find.entry.instanceId, 0xFFFF);
+    EXPECT_EQ(find.entry.majorVersion, 0xFF);
+    EXPECT_EQ(find.entry.minorVersion, 0xFFFFFFFFU);
+    EXPECT_EQ(find.entry.ttl, 3U);
+    EXPECT_TRUE(find.entry.options.empty());
+  }
+
+  // A required major version is asked for, and offers of other majors are ignored.
+  TransportOptions strict = testOptions();
+  strict.requiredMajorVersion = 2;
+  DiscoveryClient strictClient(strict, fixedInitialDelay);
+  strictClient.requestService(0x1234, T0);
+  SdOutbox out;
+  Changes changes;
+  strictClient.poll(T0 + 50ms, out, changes);
+  ASSERT_EQ(out.size(), 1U);
+  EXPECT_EQ(out[0].entry.majorVersion, 2);
+  strictClient.onOfferEntry(T0, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A, L4_PROTOCOL_UDP, 1), changes);
+  strictClient.onOfferEntry(T0, PEER_A, offerEntry(SERVICE_11, 3, ENDPOINT_A, L4_PROTOCOL_UDP, 2), changes);
+  EXPECT_EQ(text(changes), "+17 ");
+}
+
+TEST(DiscoveryClient, StopsFindingOnceOffered) {
+  const TransportOptions options = testOptions();
+  DiscoveryClient client(options, fixedInitialDelay);
+  client.requestService(0x1234, T0);
+  SdOutbox out;
+  Changes changes;
+  client.poll(T0 + 50ms, out, changes);  // first find
+  client.onOfferEntry(T0 + 60ms, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A), changes);
+  EXPECT_EQ(text(changes), "+16 ");
+  EXPECT_EQ(client.nextDeadline(), T0 + 60ms + 3s);  // only the offer's expiry is left
+  EXPECT_TRUE(sendTimes(client, T0 + 61ms, 2000ms).empty());
+
+  // A service that is offered already when it is requested is not searched for at all.
+  client.requestService(0x1234, T0);  // still requested: nothing new
+  client.releaseService(0x1234);
+  client.requestService(0x1234, T0 + 100ms);
+  EXPECT_TRUE(sendTimes(client, T0 + 100ms, 2000ms).empty());
+}
+
+TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
+  const TransportOptions options = testOptions();
+  DiscoveryClient client(options, fixedInitialDelay);
+  RebootDetector reboots;
+  Changes changes;
+  SdOutbox out;
+  const auto offer = [&](Clock::time_point at, std::uint32_t peer, const SdEntry& entry) {
+    client.onOfferEntry(at, peer, entry, changes);
+  };
+
+  offer(T0, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A));
+  ASSERT_EQ(text(changes), "+16 ");
+  const auto remote = client.offerOf(SERVICE_10);
+  ASSERT_TRUE(remote.has_value());
+  EXPECT_EQ(remote->peerIp, PEER_A);
+  EXPECT_EQ(remote->endpoint, ENDPOINT_A);
+  EXPECT_EQ(client.instanceAt(ENDPOINT_A, 0x1234), std::optional<std::uint16_t>(0x0010));
+  EXPECT_EQ(client.instanceAt(ENDPOINT_A, 0x4321), std::nullopt);
+
+  // Offers that cannot be used change nothing: TCP only, the wildcard instance.
+  offer(T0, PEER_A, offerEntry(SERVICE_11, 3, ENDPOINT_A, L4_PROTOCOL_TCP));
+  offer(T0, PEER_A, offerEntry({0x1234, 0xFFFF}, 3, ENDPOINT_A));
+  // A repeated offer renews the TTL without a change.
+  offer(T0 + 2s, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A));
+  client.poll(T0 + 5s - 1ms, out, changes);
+  EXPECT_EQ(text(changes), "+16 ");
+  client.poll(T0 + 5s, out, changes);
+  EXPECT_EQ(text(changes), "+16 -16 ");
+  EXPECT_FALSE(client.offerOf(SERVICE_10).has_value());
+
+  // Offered again; a StopOffer of another peer is ignored, the offering peer's is not.
+  changes.clear();
+  offer(T0 + 6s, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A));
+  offer(T0 + 6s, PEER_B, offerEntry(SERVICE_10, 0, ENDPOINT_A));
+  offer(T0 + 6s, PEER_A, offerEntry(SERVICE_10, 0, ENDPOINT_A));
+  offer(T0 + 6s, PEER_A, offerEntry(SERVICE_10, 0, ENDPOINT_A));
+  EXPECT_EQ(text(changes), "+16 -16 ");
+
+  // A peer reboot (its session id going back with the reboot flag) takes all of its offers away; its
+  // next offer makes them available again. Another peer's offers stay.
+  changes.clear();
+  reboots.update(PEER_A, true, true, 7);
+  offer(T0 + 7s, PEER_A, offerEntry(SERVICE_10, TTL_INFINITE, ENDPOINT_A));
+  offer(T0 + 7s, PEER_B, offerEntry(SERVICE_11, TTL_INFINITE, {PEER_B, 30502}));
+  EXPECT_FALSE(reboots.update(PEER_A, true, true, 8));
+  ASSERT_TRUE(reboots.update(PEER_A, true, true, 1));
+  client.onPeerReboot(PEER_A, changes);
+  offer(T0 + 8s, PEER_A, offerEntry(SERVICE_10, TTL_INFINITE, ENDPOINT_A));
+  EXPECT_EQ(text(changes), "+16 +17 -16 +16 ");
+  EXPECT_EQ(client.nextDeadline(), Clock::time_point::max());  // infinite TTLs never expire
+  client.poll(T0 + std::chrono::hours(24 * 365), out, changes);
+  EXPECT_EQ(client.offeredAddresses().size(), 2U);
+  EXPECT_TRUE(out.empty());
+}
+
+TEST(RebootDetector, SessionGoingBackOrFlagComingBackIsARebootPerPeerAndChannel) {
+  struct Step {
+    std::uint32_t peer;
+    bool multicast;
+    bool flag;
+    std::uint16_t session;
+    bool rebooted;
+  };
+  const std::vector<Step> steps{
+      {PEER_A, true, true, 1, false},    // first message
+      {PEER_A, true, true, 2, false},    //
+      {PEER_A, false, true, 1, false},   // unicast counts apart: its first message
+      {PEER_A, false, true, 2, false},   //
+      {PEER_A, true, true, 3, false},    // multicast goes on where it was
+      {PEER_A, true, true, 1, true},     // went back
+      {PEER_A, true, true, 2, false},    //
+      {PEER_A, true, true, 2, true},     // did not increase
+      {PEER_A, true, false, 1, false},   // wrapped: the flag clears, not a reboot
+      {PEER_A, true, false, 2, false},   //
+      {PEER_A, true, true, 9, true},     // flag set again
+      {PEER_B, true, true, 100, false},  // another peer
+      {PEER_B, true, true, 101, false},  //
+      {PEER_A, false, true, 1, true},    // unicast went back
+  };
+  RebootDetector detector;
+  for (std::size_t i = 0; i < steps.size(); ++i) {
+    const auto& s = steps[i];
+    EXPECT_EQ(detector.update(s.peer, s.multicast, s.flag, s.session), s.rebooted) << "step " << i;
+  }
+  detector.forget(PEER_A);
+  EXPECT_FALSE(detector.update(PEER_A, true, true, 1));
+  EXPECT_FALSE(detector.update(PEER_A, false, true, 1));
+  EXPECT_TRUE(detector.update(PEER_B, true, true, 1));
+}
+
+TEST(SdSessionCounter, StartsAtOneWithTheRebootFlagUntilTheFirstWrap) {
+  SdSessionCounter counter;
+  for (std::uint32_t expected = 1; expected <= 0xFFFF; ++expected) {
+    const auto [session, reboot] = counter.next();
+    ASSERT_EQ(session, expected);
+    ASSERT_TRUE(reboot) << expected;
+  }
+  EXPECT_EQ(counter.next(), std::make_pair(std::uint16_t{1}, false));
+  EXPECT_EQ(counter.next(), std::make_pair(std::uint16_t{2}, false));
+}
+
+TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclically) {
+  TransportOptions options = testOptions();
+  options.serviceMajorVersion = 1;
+  options.serviceMinorVersion = 7;
+  DiscoveryServer server(options, fixedInitialDelay);
+  ASSERT_TRUE(server.offer(SERVICE_10, ENDPOINT_A, T0));
+  EXPECT_FALSE(server.offer(SERVICE_10, {PEER_A, 1}, T0));
+  EXPECT_EQ(server.nextDeadline(), T0 + 50ms);
+  std::vector<SdOutgoing> sent;
+  EXPECT_EQ(sendTimes(server, T0, 3300ms, &sent), (std::vector<long>{50, 80, 140, 260, 1260, 2260, 3260}));
+  ASSERT_EQ(sent.size(), 7U);
+  for (const auto& offer : sent) {
+    EXPECT_TRUE(offer.multicast);
+    EXPECT_EQ(offer.entry.type, SdEntryType::OFFER_SERVICE);
+    EXPECT_EQ(offer.entry.serviceId, 0x1234);
+    EXPECT_EQ(offer.entry.instanceId, 0x0010);
+    EXPECT_EQ(offer.entry.majorVersion, 1);
+    EXPECT_EQ(offer.entry.minorVersion, 7U);
+    EXPECT_EQ(offer.entry.ttl, 3U);
+    ASSERT_EQ(offer.entry.options.size(), 1U);
+    EXPECT_EQ(offer.entry.options[0].type, SdOptionType::IPV4_ENDPOINT);
+    EXPECT_EQ(offer.entry.options[0].protocol, L4_PROTOCOL_UDP);
+    EXPECT_EQ(offer.entry.options[0].address, PEER_A);
+    EXPECT_EQ(offer.entry.options[0].port, 30501);
+  }
+
+  // StopOffer withdraws the instance at once (TTL 0, multicast); stopAll withdraws the rest.
+  ASSERT_TRUE(server.offer(SERVICE_11, ENDPOINT_A, T0));
+  ASSERT_TRUE(server.offer({0x4321, 1}, ENDPOINT_A, T0));
+  SdOutbox out;
+  EXPECT_TRUE(server.stopOffer(SERVICE_10, out));
+  EXPECT_FALSE(server.stopOffer(SERVICE_10, out));
+  ASSERT_EQ(out.size(), 1U);
+  EXPECT_TRUE(out[0].multicast);
+  EXPECT_EQ(out[0].entry.ttl, 0U);
+  EXPECT_EQ(out[0].entry.instanceId, 0x0010);
+  EXPECT_FALSE(server.isOffered(SERVICE_10));
+  out.clear();
+  server.stopAll(out);
+  ASSERT_EQ(out.size(), 2U);
+  EXPECT_EQ(out[0].entry.ttl + out[1].entry.ttl, 0U);
+  EXPECT_FALSE(server.isOffered(SERVICE_11));
+  EXPECT_EQ(server.nextDeadline(), Clock::time_point::max());
+}
+
+TEST(DiscoveryServer, AnswersMatchingFindsToThePeer) {
+  TransportOptions options = testOptions();
+  options.serviceMajorVersion = 1;
+  options.serviceMinorVersion = 7;
+  DiscoveryServer server(options, fixedInitialDelay);
+  server.offer(SERVICE_10, ENDPOINT_A, T0);
+  server.offer(SERVICE_11, ENDPOINT_A, T0);
+  struct Case {
+    std::string name;
+    std::uint16_t service;
+    std::uint16_t instance;
+    std::uint8_t major;
+    std::uint32_t minor;
+    std::vector<std::uint16_t> answered;
+  };
+  const std::vector<Case> cases{
+      {"any instance, any version", 0x1234, 0xFFFF, 0xFF, 0xFFFFFFFF, {0x10, 0x11}},
+      {"one instance", 0x1234, 0x0011, 0xFF, 0xFFFFFFFF, {0x11}},
+      {"unknown instance", 0x1234, 0x0012, 0xFF, 0xFFFFFFFF, {}},
+      {"other service", 0x1235, 0xFFFF, 0xFF, 0xFFFFFFFF, {}},
+      {"exact versions", 0x1234, 0x0010, 1, 7, {0x10}},
+      {"other major", 0x1234, 0xFFFF, 2, 0xFFFFFFFF, {}},
+      {"other minor", 0x1234, 0xFFFF, 0xFF, 8, {}},
+  };
+  for (const auto& c : cases) {
+    SdEntry find;
+    find.type = SdEntryType::FIND_SERVICE;
+    find.serviceId = c.service;
+    find.instanceId = c.instance;
+    find.majorVersion = c.major;
+    find.minorVersion = c.minor;
+    find.ttl = 3;
+    SdOutbox out;
+    server.onFindEntry(find, PEER_B, out);
+    std::vector<std::uint16_t> answered;
+    for (const auto& answer : out) {
+      EXPECT_FALSE(answer.multicast) << c.name;
+      EXPECT_EQ(answer.peerIp, PEER_B) << c.name;
+      EXPECT_EQ(answer.entry.type, SdEntryType::OFFER_SERVICE) << c.name;
+      EXPECT_EQ(answer.entry.ttl, 3U) << c.name;
+      EXPECT_EQ(answer.entry.options.size(), 1U) << c.name;
+      answered.push_back(answer.entry.instanceId);
+    }
+    EXPECT_EQ(answered, c.answered) << c.name;
+  }
+}
+
+TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
+  TransportOptions options = testOptions();
+  options.serviceMajorVersion = 1;
+  DiscoveryServer server(options, fixedInitialDelay);
+  server.offer(SERVICE_10, ENDPOINT_A, T0);
+  ASSERT_TRUE(server.addEventgroup(SERVICE_10, 1));
+  EXPECT_FALSE(server.addEventgroup({0x1234, 0x0099}, 1));
+  const Endpoint subscriberB{PEER_B, 40001};
+  const Endpoint subscriberB2{PEER_B, 40002};
+  const auto subscribe = [](const Address& address, std::uint16_t eventgroup, std::uint32_t ttl,
+                            std::uint8_t major, const std::vector<Endpoint>& endpoints) {
+    SdEntry entry;
+    entry.type = SdEntryType::SUBSCRIBE_EVENTGROUP;
+    entry.serviceId = address.serviceId;
+    entry.instanceId = address.instanceId;
+    entry.majorVersion = major;
+    entry.ttl = ttl;
+    entry.eventgroupId = eventgroup;
+    entry.counter = 2;
+    for (const auto& endpoint : endpoints) {
+      SdOption option;
+      option.address = endpoint.ip;
+      option.port = endpoint.port;
+      entry.options.push_back(option);
+    }
+    return entry;
+  };
+
+  struct Case {
+    std::string name;
+    SdEntry entry;
+    Clock::time_point at;
+    std::uint32_t answerTtl;  // 0: Nack
+    bool joins;
+  };
+  const std::vector<Case> cases{
+      {"new subscriber", subscribe(SERVICE_10, 1, 3, 1, {subscriberB}), T0, 3, true},
+      {"renewal", subscribe(SERVICE_10, 1, 3, 1, {subscriberB}), T0 + 2s, 3, false},
+      {"second endpoint of the peer", subscribe(SERVICE_10, 1, 3, 1, {subscriberB2}), T0, 3, true},
+      {"unknown eventgroup", subscribe(SERVICE_10, 9, 3, 1, {subscriberB}), T0, 0, false},
+      {"unknown instance", subscribe(SERVICE_11, 1, 3, 1, {subscriberB}), T0, 0, false},
+      {"other major", subscribe(SERVICE_10, 1, 3, 2, {subscriberB}), T0, 0, false},
+      {"no endpoint", subscribe(SERVICE_10, 1, 3, 1, {}), T0, 0, false},
+  };
+  for (const auto& c : cases) {
+    SdOutbox out;
+    std::vector<NewSubscriber> joined;
+    server.onSubscribeEntry(c.at, PEER_B, c.entry, out, joined);
+    ASSERT_EQ(out.size(), 1U) << c.name;
+    EXPECT_FALSE(out[0].multicast) << c.name;
+    EXPECT_EQ(out[0].peerIp, PEER_B) << c.name;
+    EXPECT_EQ(out[0].entry.type, SdEntryType::SUBSCRIBE_EVENTGROUP_ACK) << c.name;
+    EXPECT_EQ(out[0].entry.ttl, c.answerTtl) << c.name;
+    EXPECT_EQ(out[0].entry.eventgroupId, c.entry.eventgroupId) << c.name;
+    EXPECT_EQ(out[0].entry.instanceId, c.entry.instanceId) << c.name;
+    EXPECT_EQ(out[0].entry.counter, 2) << c.name;
+    EXPECT_TRUE(out[0].entry.options.empty()) << c.name;
+    ASSERT_EQ(joined.size(), c.joins ? 1U : 0U) << c.name;
+    if (c.joins) {
+      EXPECT_EQ(joined[0].address, SERVICE_10);
+      EXPECT_EQ(joined[0].eventgroupId, 1);
+      EXPECT_EQ(joined[0].endpoint, c.entry.options[0].port == 40001 ? subscriberB : subscriberB2);
+    }
+  }
+  EXPECT_EQ(server.subscribers(SERVICE_10, {1}), (std::set<Endpoint>{subscriberB, subscriberB2}));
+  EXPECT_TRUE(server.subscribers(SERVICE_10, {2}).empty());
+
+  // TTL: subscriberB2 (from T0) runs out at T0+3s, subscriberB (renewed at T0+2s) at T0+5s.
+  SdOutbox out;
+  server.poll(T0 + 3s - 1ms, out);
+  EXPECT_EQ(server.subscribers(SERVICE_10, {1}).size(), 2U);
+  server.poll(T0 + 3s, out);
+  EXPECT_EQ(server.subscribers(SERVICE_10, {1}), std::set<Endpoint>{subscriberB});
+  server.poll(T0 + 5s, out);
+  EXPECT_TRUE(server.subscribers(SERVICE_10, {1}).empty());
+
+  // StopSubscribe (TTL 0) removes the endpoint it names and is not answered; a peer's reboot removes
+  // all of its endpoints.
+  std::vector<NewSubscriber> joined;
+  out.clear();
+  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 1, 3, 1, {subscriberB}), out, joined);
+  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 1, 3, 1, {subscriberB2}), out, joined);
+  server.onSubscribeEntry(T0 + 6s, PEER_A, subscribe(SERVICE_10, 1, 3, 1, {ENDPOINT_A}), out, joined);
+  out.clear();
+  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 1, 0, 1, {subscriberB}), out, joined);
+  EXPECT_TRUE(out.empty());
+  EXPECT_EQ(server.subscribers(SERVICE_10, {1}), (std::set<Endpoint>{ENDPOINT_A, subscriberB2}));
+  server.onPeerReboot(PEER_B);
+  EXPECT_EQ(server.subscribers(SERVICE_10, {1}), std::set<Endpoint>{ENDPOINT_A});
+  // A StopOffer drops the instance's subscribers.
+  server.stopOffer(SERVICE_10, out);
+  EXPECT_TRUE(server.subscribers(SERVICE_10, {1}).empty());
+}
+
+}  // namespace

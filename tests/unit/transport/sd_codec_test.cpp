@@ -1,0 +1,343 @@
+// SOME/IP-SD payload codec. Expected bytes are written out from the SD layout: flags (0x80 reboot,
+// 0x40 unicast), 3 reserved bytes, entries array length, 16-byte entries (type, index of the 1st and
+// 2nd option run, #opt1 << 4 | #opt2, service, instance, major version, 24-bit TTL, then the minor
+// version or reserved + counter + eventgroup id), options array length, and options (length, type,
+// reserved, then for IPv4: address, reserved, L4 protocol, port).
+#include <gtest/gtest.h>
+
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "someip/message.hpp"
+#include "someip/sd_message.hpp"
+
+namespace {
+
+using namespace kov::platform::networking::someip;
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes concat(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const auto& part : parts) {
+    all.insert(all.end(), part.begin(), part.end());
+  }
+  return all;
+}
+
+SdOption option(SdOptionType type, std::uint32_t ip, std::uint16_t port,
+                std::uint8_t protocol = L4_PROTOCOL_UDP) {
+  SdOption o;
+  o.type = type;
+  o.address = ip;
+  o.port = port;
+  o.protocol = protocol;
+  return o;
+}
+const SdOption E1 = option(SdOptionType::IPV4_ENDPOINT, 0x7F000002, 30000);  // 127.0.0.2:30000 UDP
+const SdOption E2 = option(SdOptionType::IPV4_ENDPOINT, 0x7F000004, 30002, L4_PROTOCOL_TCP);
+const SdOption E3 = option(SdOptionType::IPV4_ENDPOINT, 0x7F000003, 40000);
+const SdOption M = option(SdOptionType::IPV4_MULTICAST, 0xEF000001, 30001);  // 239.0.0.1:30001
+const Bytes E1_BYTES{0x00, 0x09, 0x04, 0x00, 0x7F, 0x00, 0x00, 0x02, 0x00, 0x11, 0x75, 0x30};
+const Bytes E2_BYTES{0x00, 0x09, 0x04, 0x00, 0x7F, 0x00, 0x00, 0x04, 0x00, 0x06, 0x75, 0x32};
+const Bytes E3_BYTES{0x00, 0x09, 0x04, 0x00, 0x7F, 0x00, 0x00, 0x03, 0x00, 0x11, 0x9C, 0x40};
+const Bytes M_BYTES{0x00, 0x09, 0x14, 0x00, 0xEF, 0x00, 0x00, 0x01, 0x00, 0x11, 0x75, 0x31};
+
+SdEntry serviceEntry(SdEntryType type, std::uint16_t service, std::uint16_t instance, std::uint8_t major,
+                     std::uint32_t ttl, std::uint32_t minor, std::vector<SdOption> options = {}) {
+  SdEntry e;
+  e.type = type;
+  e.serviceId = service;
+  e.instanceId = instance;
+  e.majorVersion = major;
+  e.ttl = ttl;
+  e.minorVersion = minor;
+  e.options = std::move(options);
+  return e;
+}
+
+SdEntry eventgroupEntry(SdEntryType type, std::uint16_t service, std::uint16_t instance, std::uint8_t major,
+                        std::uint32_t ttl, std::uint8_t counter, std::uint16_t eventgroup,
+                        std::vector<SdOption> options = {}) {
+  SdEntry e = serviceEntry(type, service, instance, major, ttl, 0, std::move(options));
+  e.counter = counter;
+  e.eventgroupId = eventgroup;
+  return e;
+}
+
+SdMessage messageOf(std::uint8_t flags, std::vector<SdEntry> entries) {
+  SdMessage m;
+  m.flags = flags;
+  m.entries = std::move(entries);
+  return m;
+}
+
+auto fieldsOf(const SdEntry& e) {
+  return std::make_tuple(static_cast<int>(e.type), e.serviceId, e.instanceId, e.majorVersion, e.ttl,
+                         e.minorVersion, e.eventgroupId, e.counter);
+}
+
+void expectSameMessage(const SdMessage& actual, const SdMessage& expected, const std::string& name) {
+  EXPECT_EQ(actual.flags, expected.flags) << name;
+  ASSERT_EQ(actual.entries.size(), expected.entries.size()) << name;
+  for (std::size_t i = 0; i < expected.entries.size(); ++i) {
+    EXPECT_EQ(fieldsOf(actual.entries[i]), fieldsOf(expected.entries[i])) << name << ", entry " << i;
+    EXPECT_TRUE(actual.entries[i].options == expected.entries[i].options) << name << ", entry " << i;
+  }
+}
+
+struct GoldenCase {
+  std::string name;
+  SdMessage message;
+  Bytes wire;
+};
+
+std::vector<GoldenCase> goldenCases() {
+  return {
+      {"offer with a UDP endpoint, reboot and unicast",
+       messageOf(0xC0, {serviceEntry(SdEntryType::OFFER_SERVICE, 0x1234, 0x0010, 1, 3, 0, {E1})}),
+       concat({{0xC0, 0, 0, 0, 0, 0, 0, 0x10},
+               {0x01, 0x00, 0x00, 0x10, 0x12, 0x34, 0x00, 0x10, 0x01, 0x00, 0x00, 0x03, 0, 0, 0, 0},
+               {0, 0, 0, 0x0C},
+               E1_BYTES})},
+      {"find of any instance and version",
+       messageOf(0x80, {serviceEntry(SdEntryType::FIND_SERVICE, 0x1234, 0xFFFF, ANY_MAJOR_VERSION, 3,
+                                     ANY_MINOR_VERSION)}),
+       {0x80, 0,    0,    0,    0,    0,    0,    0x10, 0x00, 0x00, 0x00, 0x00, 0x12, 0x34,
+        0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x03, 0xFF, 0xFF, 0xFF, 0xFF, 0,    0,    0,    0}},
+      {"stop offer",
+       messageOf(0x40, {serviceEntry(SdEntryType::OFFER_SERVICE, 0xABCD, 0x0011, 0, 0, 0x01020304, {E1})}),
+       concat(
+           {{0x40, 0, 0, 0, 0, 0, 0, 0x10},
+            {0x01, 0x00, 0x00, 0x10, 0xAB, 0xCD, 0x00, 0x11, 0x00, 0x00, 0x00, 0x00, 0x01, 0x02, 0x03, 0x04},
+            {0, 0, 0, 0x0C},
+            E1_BYTES})},
+      {"subscribe, ack and nack",
+       messageOf(0x40,
+                 {eventgroupEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, 0x1234, 0x0010, 1, 5, 3, 0x0001, {E3}),
+                  eventgroupEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234, 0x0010, 1, 5, 3, 0x0001),
+                  eventgroupEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234, 0x0011, 1, 0, 0, 0x0002)}),
+       concat(
+           {{0x40, 0, 0, 0, 0, 0, 0, 0x30},
+            {0x06, 0x00, 0x00, 0x10, 0x12, 0x34, 0x00, 0x10, 0x01, 0x00, 0x00, 0x05, 0x00, 0x03, 0x00, 0x01},
+            {0x07, 0x00, 0x00, 0x00, 0x12, 0x34, 0x00, 0x10, 0x01, 0x00, 0x00, 0x05, 0x00, 0x03, 0x00, 0x01},
+            {0x07, 0x00, 0x00, 0x00, 0x12, 0x34, 0x00, 0x11, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x02},
+            {0, 0, 0, 0x0C},
+            E3_BYTES})},
+      {"equal option runs written once and shared, multicast and TCP options",
+       messageOf(0x00, {serviceEntry(SdEntryType::OFFER_SERVICE, 0x1234, 0x0010, 0, 3, 0, {E1}),
+                        serviceEntry(SdEntryType::OFFER_SERVICE, 0x1234, 0x0011, 0, 3, 0, {E1}),
+                        eventgroupEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234, 0x0010, 0,
+                                        TTL_INFINITE, 0, 1, {M}),
+                        serviceEntry(SdEntryType::OFFER_SERVICE, 0x5678, 0x0001, 2, 10, 7, {E1, M}),
+                        serviceEntry(SdEntryType::OFFER_SERVICE, 0x5678, 0x0002, 2, 10, 7, {E2})}),
+       concat(
+           {{0x00, 0, 0, 0, 0, 0, 0, 0x50},
+            {0x01, 0x00, 0x00, 0x10, 0x12, 0x34, 0x00, 0x10, 0x00, 0x00, 0x00, 0x03, 0, 0, 0, 0},
+            {0x01, 0x00, 0x00, 0x10, 0x12, 0x34, 0x00, 0x11, 0x00, 0x00, 0x00, 0x03, 0, 0, 0, 0},
+            {0x07, 0x01, 0x00, 0x10, 0x12, 0x34, 0x00, 0x10, 0x00, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x01},
+            {0x01, 0x00, 0x00, 0x20, 0x56, 0x78, 0x00, 0x01, 0x02, 0x00, 0x00, 0x0A, 0, 0, 0, 0x07},
+            {0x01, 0x02, 0x00, 0x10, 0x56, 0x78, 0x00, 0x02, 0x02, 0x00, 0x00, 0x0A, 0, 0, 0, 0x07},
+            {0, 0, 0, 0x24},
+            E1_BYTES,
+            M_BYTES,
+            E2_BYTES})},
+      {"no entries", messageOf(0x80, {}), {0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+  };
+}
+
+TEST(SdCodec, EncodesAndParsesHandWrittenBytes) {
+  for (const auto& c : goldenCases()) {
+    EXPECT_EQ(encodeSdPayload(c.message), c.wire) << c.name;
+    SdMessage parsed;
+    ASSERT_EQ(parseSdPayload(c.wire.data(), c.wire.size(), parsed), SdParseError::NONE) << c.name;
+    expectSameMessage(parsed, c.message, c.name);
+    EXPECT_EQ(parsed.reboot(), (c.wire[0] & 0x80) != 0) << c.name;
+  }
+}
+
+TEST(SdCodec, ParsesWhatThisEncoderNeverWrites) {
+  // Options: [0] configuration (skipped), [1] E1, [2] load balancing (skipped), [3] M, [4] IPv6 endpoint
+  // (skipped). Skipped options keep their index. Reserved bits are ignored, and an empty run may carry
+  // any index.
+  const Bytes configuration{0x00, 0x05, 0x01, 0x00, 'a', '=', 'b', 0x00};
+  const Bytes loadBalancing{0x00, 0x05, 0x02, 0x00, 0x00, 0x01, 0x00, 0x02};
+  const Bytes ipv6{0x00, 0x15, 0x06, 0x00, 0xFE, 0x80, 0, 0,    0,    0,    0,    0,
+                   0,    0,    0,    0,    0,    0,    0, 0x01, 0x00, 0x11, 0x75, 0x30};
+  ASSERT_EQ(ipv6.size(), 24U);
+  const Bytes wire = concat(
+      {{0xC0, 0x12, 0x34, 0x56, 0, 0, 0, 0x30},
+       {0x01, 0x00, 0x03, 0x21, 0x12, 0x34, 0x00, 0x10, 0x01, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 0x00},
+       {0x06, 0x07, 0x01, 0x01, 0x12, 0x34, 0x00, 0x10, 0x01, 0x00, 0x00, 0x05, 0xAB, 0xF5, 0x00, 0x02},
+       {0x01, 0x02, 0x00, 0x30, 0x43, 0x21, 0x00, 0x01, 0x01, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 0x01},
+       {0, 0, 0, 0x40},
+       configuration,
+       E1_BYTES,
+       loadBalancing,
+       M_BYTES,
+       ipv6});
+  const SdMessage expected = messageOf(
+      0xC0, {serviceEntry(SdEntryType::OFFER_SERVICE, 0x1234, 0x0010, 1, 3, 0, {E1, M}),
+             eventgroupEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, 0x1234, 0x0010, 1, 5, 5, 0x0002, {E1}),
+             serviceEntry(SdEntryType::OFFER_SERVICE, 0x4321, 0x0001, 1, 3, 1, {M})});
+  SdMessage parsed;
+  ASSERT_EQ(parseSdPayload(wire.data(), wire.size(), parsed), SdParseError::NONE);
+  expectSameMessage(parsed, expected, "options of both runs");
+}
+
+TEST(SdCodec, RoundTripsEntriesOfManyOptions) {
+  // Up to 15 options fit the count of one run.
+  std::vector<SdOption> options;
+  for (std::uint16_t i = 0; i < 15; ++i) {
+    options.push_back(option(SdOptionType::IPV4_ENDPOINT, 0x7F000001, static_cast<std::uint16_t>(40000 + i)));
+  }
+  const SdMessage message =
+      messageOf(0x40, {serviceEntry(SdEntryType::OFFER_SERVICE, 1, 2, 3, 4, 5, options),
+                       eventgroupEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, 1, 2, 3, 0xFFFFFE, 0x0F, 0xFFFF,
+                                       {options.begin() + 14, options.end()})});
+  const Bytes wire = encodeSdPayload(message);
+  ASSERT_EQ(wire.size(), 8U + 32U + 4U + 15U * 12U);
+  EXPECT_EQ(Bytes(wire.begin() + 8, wire.begin() + 12), (Bytes{0x01, 0x00, 0x00, 0xF0}));
+  EXPECT_EQ(Bytes(wire.begin() + 24, wire.begin() + 28), (Bytes{0x06, 0x0E, 0x00, 0x10}));
+  SdMessage parsed;
+  ASSERT_EQ(parseSdPayload(wire.data(), wire.size(), parsed), SdParseError::NONE);
+  expectSameMessage(parsed, message, "15 options");
+}
+
+TEST(SdCodec, SdMessagesInsideOneDatagram) {
+  // Two SD messages back to back: SOME/IP header of service 0xFFFF, method 0x8100, client 0, protocol
+  // version 1, interface version 1, NOTIFICATION, E_OK; then the SD payload.
+  const auto cases = goldenCases();
+  const Bytes& offer = cases[0].wire;  // 40 bytes
+  const Bytes& find = cases[1].wire;   // 28 bytes
+  const Bytes datagram = concat(
+      {{0xFF, 0xFF, 0x81, 0x00, 0x00, 0x00, 0x00, 0x30, 0x00, 0x00, 0x00, 0x01, 0x01, 0x01, 0x02, 0x00},
+       offer,
+       {0xFF, 0xFF, 0x81, 0x00, 0x00, 0x00, 0x00, 0x24, 0x00, 0x00, 0x00, 0x02, 0x01, 0x01, 0x02, 0x00},
+       find});
+  std::size_t offset = 0;
+  for (std::size_t i = 0; i < 2; ++i) {
+    MessageView view;
+    std::size_t consumed = 0;
+    ASSERT_EQ(parseMessage(datagram.data() + offset, datagram.size() - offset, view, consumed),
+              ParseError::NONE);
+    EXPECT_EQ(view.header.serviceId, SD_SERVICE_ID);
+    EXPECT_EQ(view.header.methodId, SD_METHOD_ID);
+    EXPECT_EQ(view.header.sessionId, i + 1);
+    EXPECT_EQ(view.header.interfaceVersion, SD_INTERFACE_VERSION);
+    EXPECT_EQ(view.header.messageType, MessageType::NOTIFICATION);
+    SdMessage sd;
+    ASSERT_EQ(parseSdPayload(view.payload, view.payloadSize, sd), SdParseError::NONE);
+    expectSameMessage(sd, cases[i].message, cases[i].name);
+    offset += consumed;
+  }
+  EXPECT_EQ(offset, datagram.size());
+}
+
+TEST(SdCodec, MalformedPayloadsAreRefusedAndLeaveNoEntries) {
+  const Bytes header{0x40, 0, 0, 0};
+  const Bytes offerOneOption{0x01, 0x00, 0x00, 0x10, 0x12, 0x34, 0x00, 0x10,
+                             0x01, 0x00, 0x00, 0x03, 0,    0,    0,    0};
+  const auto entryWith = [&](std::uint8_t type, std::uint8_t index1, std::uint8_t index2,
+                             std::uint8_t counts) {
+    Bytes entry = offerOneOption;
+    entry[0] = type;
+    entry[1] = index1;
+    entry[2] = index2;
+    entry[3] = counts;
+    return entry;
+  };
+  // One entry, then the options array as given.
+  const auto withOptions = [&](const Bytes& entry, const Bytes& optionsLength, const Bytes& options) {
+    return concat({header, {0, 0, 0, 0x10}, entry, optionsLength, options});
+  };
+  const Bytes oneE1Length{0, 0, 0, 0x0C};
+  const auto optionOf = [](std::uint8_t lengthLow, std::uint8_t type, std::size_t bodySize) {
+    Bytes o{0x00, lengthLow, type};
+    o.resize(3 + bodySize, 0x00);
+    return o;
+  };
+  struct Case {
+    std::string name;
+    Bytes bytes;
+    SdParseError error;
+  };
+  const std::vector<Case> cases{
+      {"empty", {}, SdParseError::TRUNCATED},
+      {"flags only", {0xC0}, SdParseError::TRUNCATED},
+      {"no options length", concat({header, {0, 0, 0, 0}, {0, 0, 0}}), SdParseError::TRUNCATED},
+      {"no options length after the entry", withOptions(offerOneOption, {}, {}),
+       SdParseError::ENTRIES_OVERRUN},
+      {"entries length 15", concat({header, {0, 0, 0, 0x0F}, offerOneOption, oneE1Length, E1_BYTES}),
+       SdParseError::ENTRIES_NOT_MULTIPLE_OF_16},
+      {"entries length 17", concat({header, {0, 0, 0, 0x11}, offerOneOption, {0}, oneE1Length, E1_BYTES}),
+       SdParseError::ENTRIES_NOT_MULTIPLE_OF_16},
+      {"entries length 4", concat({header, {0, 0, 0, 0x04}, {0, 0, 0, 0}, {0, 0, 0, 0}}),
+       SdParseError::ENTRIES_NOT_MULTIPLE_OF_16},
+      {"entries length 32 for one entry",
+       concat({header, {0, 0, 0, 0x20}, offerOneOption, oneE1Length, E1_BYTES}),
+       SdParseError::ENTRIES_OVERRUN},
+      {"entries length 0xFFFFFFF0", concat({header, {0xFF, 0xFF, 0xFF, 0xF0}, offerOneOption, oneE1Length}),
+       SdParseError::ENTRIES_OVERRUN},
+      {"options length past the end", withOptions(offerOneOption, {0, 0, 0, 0x0D}, E1_BYTES),
+       SdParseError::OPTIONS_OVERRUN},
+      {"options length 0xFFFFFFFF", withOptions(offerOneOption, {0xFF, 0xFF, 0xFF, 0xFF}, E1_BYTES),
+       SdParseError::OPTIONS_OVERRUN},
+      {"options array of 2 bytes", withOptions(offerOneOption, {0, 0, 0, 2}, {0x00, 0x09}),
+       SdParseError::OPTIONS_OVERRUN},
+      {"option longer than the options array",
+       withOptions(offerOneOption, {0, 0, 0, 0x0C}, optionOf(0x0A, 0x04, 9)), SdParseError::OPTIONS_OVERRUN},
+      {"endpoint option of length 10", withOptions(offerOneOption, {0, 0, 0, 0x0D}, optionOf(0x0A, 0x04, 10)),
+       SdParseError::OPTION_LENGTH_WRONG},
+      {"endpoint option of length 8", withOptions(offerOneOption, {0, 0, 0, 0x0B}, optionOf(0x08, 0x04, 8)),
+       SdParseError::OPTION_LENGTH_WRONG},
+      {"multicast option of length 5", withOptions(offerOneOption, {0, 0, 0, 0x08}, optionOf(0x05, 0x14, 5)),
+       SdParseError::OPTION_LENGTH_WRONG},
+      {"option type 0x05", withOptions(offerOneOption, oneE1Length, optionOf(0x09, 0x05, 9)),
+       SdParseError::UNKNOWN_OPTION_TYPE},
+      {"option type 0x00", withOptions(offerOneOption, oneE1Length, optionOf(0x09, 0x00, 9)),
+       SdParseError::UNKNOWN_OPTION_TYPE},
+      {"option type 0xFF", withOptions(offerOneOption, oneE1Length, optionOf(0x09, 0xFF, 9)),
+       SdParseError::UNKNOWN_OPTION_TYPE},
+      {"unknown option after a good one",
+       withOptions(offerOneOption, {0, 0, 0, 0x18}, concat({E1_BYTES, optionOf(0x09, 0x15, 9)})),
+       SdParseError::UNKNOWN_OPTION_TYPE},
+      {"first run index past the options", withOptions(entryWith(0x01, 1, 0, 0x10), oneE1Length, E1_BYTES),
+       SdParseError::OPTION_INDEX_OUT_OF_RANGE},
+      {"first run count past the options", withOptions(entryWith(0x01, 0, 0, 0x20), oneE1Length, E1_BYTES),
+       SdParseError::OPTION_INDEX_OUT_OF_RANGE},
+      {"second run index past the options", withOptions(entryWith(0x01, 0, 1, 0x11), oneE1Length, E1_BYTES),
+       SdParseError::OPTION_INDEX_OUT_OF_RANGE},
+      {"second run count past the options", withOptions(entryWith(0x06, 0, 0, 0x02), oneE1Length, E1_BYTES),
+       SdParseError::OPTION_INDEX_OUT_OF_RANGE},
+      {"index 255 and 15 options", withOptions(entryWith(0x01, 0xFF, 0, 0xF0), oneE1Length, E1_BYTES),
+       SdParseError::OPTION_INDEX_OUT_OF_RANGE},
+      {"an option but no options array", withOptions(offerOneOption, {0, 0, 0, 0}, {}),
+       SdParseError::OPTION_INDEX_OUT_OF_RANGE},
+      {"entry type 0x02", withOptions(entryWith(0x02, 0, 0, 0x10), oneE1Length, E1_BYTES),
+       SdParseError::UNKNOWN_ENTRY_TYPE},
+      {"entry type 0x05", withOptions(entryWith(0x05, 0, 0, 0x10), oneE1Length, E1_BYTES),
+       SdParseError::UNKNOWN_ENTRY_TYPE},
+      {"entry type 0x08", withOptions(entryWith(0x08, 0, 0, 0x10), oneE1Length, E1_BYTES),
+       SdParseError::UNKNOWN_ENTRY_TYPE},
+      {"entry type 0xFF", withOptions(entryWith(0xFF, 0, 0, 0x10), oneE1Length, E1_BYTES),
+       SdParseError::UNKNOWN_ENTRY_TYPE},
+      {"unknown entry after a good one",
+       concat({header, {0, 0, 0, 0x20}, offerOneOption, entryWith(0x10, 0, 0, 0x10), oneE1Length, E1_BYTES}),
+       SdParseError::UNKNOWN_ENTRY_TYPE},
+  };
+  for (const auto& c : cases) {
+    SdMessage message = messageOf(0xC0, {serviceEntry(SdEntryType::FIND_SERVICE, 1, 1, 1, 1, 1)});
+    EXPECT_EQ(parseSdPayload(c.bytes.data(), c.bytes.size(), message), c.error) << c.name;
+    EXPECT_TRUE(message.entries.empty()) << c.name;
+    EXPECT_STRNE(describe(c.error), describe(SdParseError::NONE)) << c.name;
+  }
+  SdMessage message;
+  EXPECT_EQ(parseSdPayload(nullptr, 64, message), SdParseError::TRUNCATED);
+  // The payload all the option cases start from is accepted.
+  const Bytes good = withOptions(offerOneOption, oneE1Length, E1_BYTES);
+  ASSERT_EQ(parseSdPayload(good.data(), good.size(), message), SdParseError::NONE);
+  EXPECT_TRUE(message.entries.at(0).options == std::vector<SdOption>{E1});
+}
+
+}  // namespace
