@@ -90,13 +90,21 @@ std::string countOf(std::size_t count, const std::string& noun) {
 
 int runList(const CommonOptions& common) {
   Printer printer(std::cout, common.json, common.verbose);
-  return withSensors(common, printer, [&printer](Session&, const std::vector<Sensor>& sensors) {
+  return withSensors(common, printer, [&printer](Session& session, const std::vector<Sensor>& sensors) {
     for (const auto& sensor : sensors) {
       Fields fields;
+      std::string endpoint;
       for (const auto& entry : sensor.client->getServiceAvailability()) {
         fields.push_back(Field{"service" + hexId(entry.first), entry.second ? "true" : "false", false});
+        if (endpoint.empty()) {
+          endpoint = session.endpointOf(sensor.id, entry.first);
+        }
       }
       std::sort(fields.begin(), fields.end(), [](const Field& a, const Field& b) { return a.key < b.key; });
+      if (!endpoint.empty()) {
+        // Over SOME/IP: where the sensor offers its services, as its offers say.
+        fields.push_back(Field{"endpoint", endpoint, true});
+      }
       printer.result(sensor.id, "services", true, fields);
     }
     return EXIT_OK;

@@ -67,6 +67,10 @@ class Session {
   /// Milliseconds since open().
   std::chrono::milliseconds elapsed() const;
 
+  /// "a.b.c.d:port" at which a sensor's service is offered; empty over the simulated fleet.
+  std::string endpointOf(std::uint16_t sensorId, std::uint16_t serviceId) const {
+    return bundle_.endpointOf ? bundle_.endpointOf({serviceId, sensorId}) : std::string();
+  }
   const std::shared_ptr<kov::tools::simulator::SimulatedFleet>& simulator() const {
     return bundle_.simulator;
   }
