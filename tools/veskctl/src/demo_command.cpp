@@ -67,6 +67,11 @@ int runDemo(const CommonOptions& common, const std::vector<std::string>& faults)
   }
   const auto expected = bundle.expectedSensors;
   const bool simulated = bundle.simulator != nullptr;
+  if (!faults.empty() && !simulated) {
+    std::cerr << "veskctl: error: --fault needs --transport sim: faults are injected into the built-in "
+                 "simulator, not into sensors on the network\n";
+    return EXIT_BAD_USAGE;
+  }
   Session session(std::move(bundle), printer);
   printer.note("veskctl demo: " + countOf(expected, simulated ? "simulated sensor" : "sensor"));
   if (!session.open(error)) {
