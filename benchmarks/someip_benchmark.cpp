@@ -3,9 +3,6 @@
 // skipped with a message).
 
 #include <benchmark/benchmark.h>
-#include <net/if.h>
-#include <sched.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,6 +17,7 @@
 #include <vector>
 
 #include "someip/some_ip_transport.hpp"
+#include "support/network_namespace.hpp"
 
 namespace {
 
@@ -27,21 +25,6 @@ namespace someip = kov::platform::networking::someip;
 using Address = kov::platform::networking::ISomeIpTransport::Address;
 
 constexpr Address SCAN{0x0003, 0x0010};
-
-bool enterOwnNetworkNamespace() {
-  if (unshare(CLONE_NEWNET) != 0) {
-    return false;
-  }
-  const int sock = socket(AF_INET, SOCK_DGRAM, 0);
-  ifreq request{};
-  std::strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
-  const bool up = sock >= 0 && ioctl(sock, SIOCGIFFLAGS, &request) == 0 &&
-                  (request.ifr_flags |= IFF_UP, ioctl(sock, SIOCSIFFLAGS, &request) == 0);
-  if (sock >= 0) {
-    close(sock);
-  }
-  return up;
-}
 
 someip::TransportOptions optionsFor(const char* address) {
   someip::TransportOptions options;
@@ -138,14 +121,16 @@ BENCHMARK(BM_EventDelivery)->UseRealTime();
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  if (enterOwnNetworkNamespace()) {
+  std::string why;
+  if (kov::test::enterOwnNetworkNamespace(why)) {
     pair() = std::make_unique<Pair>();
     if (!pair()->start()) {
       pair().reset();
     }
   }
   if (!pair()) {
-    std::fprintf(stderr, "SKIP: the SOME/IP benchmarks need a network namespace of their own (root)\n");
+    std::fprintf(stderr, "SKIP: the SOME/IP benchmarks need a network namespace of their own: %s\n",
+                 why.c_str());
   }
   benchmark::RunSpecifiedBenchmarks();
   pair().reset();

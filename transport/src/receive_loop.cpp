@@ -6,6 +6,7 @@
 #include <iomanip>
 
 #include "common/log/log.hpp"
+#include "datagram_reader.hpp"
 #include "networking/udp_sockets.hpp"
 #include "process/kov_platform_posix_process.hpp"
 #include "transport_core.hpp"
@@ -125,37 +126,27 @@ void TransportCore::onSdDatagram(const std::uint8_t* data, std::size_t size, std
   if (fromIp == ownIp_) {
     return;  // our own multicast, looped back
   }
-  std::size_t offset = 0;
-  while (offset < size) {
-    MessageView message;
-    std::size_t consumed = 0;
-    const ParseError error = parseMessage(data + offset, size - offset, message, consumed);
-    if (error != ParseError::NONE) {
-      KOV_LOG(WARN, LOG_PATH) << "Dropping SOME/IP-SD datagram from " << ipToString(fromIp) << " at byte "
-                              << offset << ": " << describe(error);
-      return;
-    }
-    offset += consumed;
+  forEachMessage(data, size, "SOME/IP-SD message", ipToString(fromIp), [&](const MessageView& message) {
     const MessageHeader& h = message.header;
     if (h.serviceId != SD_SERVICE_ID || h.methodId != SD_METHOD_ID ||
         h.messageType != MessageType::NOTIFICATION) {
       KOV_LOG(WARN, LOG_PATH) << "Dropping a non-SD message on the SD port from " << ipToString(fromIp)
                               << ": message id 0x" << std::hex << h.serviceId << std::setfill('0')
                               << std::setw(4) << h.methodId;
-      continue;
+      return;
     }
     SdMessage sd;
     const SdParseError sdError = parseSdPayload(message.payload, message.payloadSize, sd);
     if (sdError != SdParseError::NONE) {
       KOV_LOG(WARN, LOG_PATH) << "Dropping SOME/IP-SD message from " << ipToString(fromIp) << ": "
                               << describe(sdError);
-      continue;
+      return;
     }
     std::lock_guard<std::mutex> lock(mutex_);
     if (connected_) {
       onSdMessageLocked(Clock::now(), sd, h.sessionId, fromIp, multicast);
     }
-  }
+  });
 }
 
 void TransportCore::onSdMessageLocked(Clock::time_point now, const SdMessage& message, std::uint16_t session,
@@ -222,21 +213,7 @@ void TransportCore::onSdMessageLocked(Clock::time_point now, const SdMessage& me
 }
 
 void TransportCore::onClientDatagram(const std::uint8_t* data, std::size_t size, const Endpoint& from) {
-  std::size_t offset = 0;
-  while (offset < size) {
-    MessageView message;
-    std::size_t consumed = 0;
-    const ParseError error = parseMessage(data + offset, size - offset, message, consumed);
-    if (error != ParseError::NONE) {
-      KOV_LOG(WARN, LOG_PATH) << "Dropping SOME/IP data from " << toString(from) << " at byte " << offset
-                              << ": " << describe(error);
-      if (consumed == 0) {
-        return;
-      }
-      offset += consumed;
-      continue;
-    }
-    offset += consumed;
+  forEachMessage(data, size, "SOME/IP message", toString(from), [&](const MessageView& message) {
     std::lock_guard<std::mutex> lock(mutex_);
     switch (message.header.messageType) {
       case MessageType::RESPONSE:
@@ -250,7 +227,7 @@ void TransportCore::onClientDatagram(const std::uint8_t* data, std::size_t size,
         KOV_LOG(DEBUG, LOG_PATH) << "Ignoring a request sent to the client socket by " << toString(from);
         break;
     }
-  }
+  });
 }
 
 void TransportCore::onResponseLocked(const MessageView& message, const Endpoint& from) {

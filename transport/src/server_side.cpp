@@ -1,4 +1,5 @@
 #include "common/log/log.hpp"
+#include "datagram_reader.hpp"
 #include "transport_core.hpp"
 
 namespace kov::platform::networking::someip::detail {
@@ -102,27 +103,13 @@ void TransportCore::setRequestHandler(RequestHandler handler) {
 
 void TransportCore::onServerDatagram(std::uint16_t instanceId, const std::uint8_t* data, std::size_t size,
                                      const Endpoint& from) {
-  std::size_t offset = 0;
-  while (offset < size) {
-    MessageView message;
-    std::size_t consumed = 0;
-    const ParseError error = parseMessage(data + offset, size - offset, message, consumed);
-    if (error != ParseError::NONE) {
-      KOV_LOG(WARN, LOG_PATH) << "Dropping SOME/IP data from " << toString(from) << " at byte " << offset
-                              << ": " << describe(error);
-      if (consumed == 0) {
-        return;
-      }
-      offset += consumed;
-      continue;
-    }
-    offset += consumed;
+  forEachMessage(data, size, "SOME/IP message", toString(from), [&](const MessageView& message) {
     const MessageHeader& h = message.header;
     if (h.messageType != MessageType::REQUEST && h.messageType != MessageType::REQUEST_NO_RETURN) {
       KOV_LOG(DEBUG, LOG_PATH) << "Ignoring SOME/IP message type 0x" << std::hex
                                << static_cast<unsigned>(h.messageType) << " sent to instance 0x"
                                << instanceId;
-      continue;
+      return;
     }
     const Address address{h.serviceId, instanceId};
     std::lock_guard<std::mutex> lock(mutex_);
@@ -155,7 +142,7 @@ void TransportCore::onServerDatagram(std::uint16_t instanceId, const std::uint8_
       }
       sendDatagram(sock, from, datagram.data(), datagram.size());
     });
-  }
+  });
 }
 
 }  // namespace kov::platform::networking::someip::detail

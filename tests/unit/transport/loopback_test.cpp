@@ -2,9 +2,6 @@
 // needed; skipped otherwise), so that SD multicast never reaches the host's interfaces.
 
 #include <arpa/inet.h>
-#include <net/if.h>
-#include <sched.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -21,6 +18,7 @@
 
 #include "someip/some_ip_transport.hpp"
 #include "support/log_capture.hpp"
+#include "support/network_namespace.hpp"
 
 namespace {
 
@@ -31,26 +29,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr Address SCAN{0x0003, 0x0010};
 constexpr auto WAIT = std::chrono::seconds(5);
-
-/// Moves this thread (and the threads it starts later) into a new network namespace with lo up.
-bool enterOwnNetworkNamespace(std::string& why) {
-  if (unshare(CLONE_NEWNET) != 0) {
-    why = std::string("unshare(CLONE_NEWNET) failed: ") + std::strerror(errno) + " (needs root)";
-    return false;
-  }
-  const int sock = socket(AF_INET, SOCK_DGRAM, 0);
-  ifreq request{};
-  std::strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
-  const bool up = sock >= 0 && ioctl(sock, SIOCGIFFLAGS, &request) == 0 &&
-                  (request.ifr_flags |= IFF_UP, ioctl(sock, SIOCSIFFLAGS, &request) == 0);
-  if (sock >= 0) {
-    close(sock);
-  }
-  if (!up) {
-    why = "could not bring lo up in the new namespace";
-  }
-  return up;
-}
 
 someip::TransportOptions optionsFor(const char* address) {
   someip::TransportOptions options;
@@ -94,7 +72,7 @@ class AvailabilityLog {
 
 class LoopbackTest : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { inNamespace_ = enterOwnNetworkNamespace(skipReason_); }
+  static void SetUpTestSuite() { inNamespace_ = kov::test::enterOwnNetworkNamespace(skipReason_); }
 
   void SetUp() override {
     if (!inNamespace_) {
