@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
 #include <vector>
 
 #include "networking/i_some_ip_transport.hpp"
@@ -20,18 +19,11 @@ class InstantTransport : public kov::platform::networking::ISomeIpTransport {
   bool stopOfferService(const Address&) override { return true; }
   bool requestService(const Address&) override { return true; }
   bool releaseService(const Address&) override { return true; }
-  Result callMethod(const Address&, std::uint16_t, const void*, std::size_t, void* response,
-                    std::size_t responseSize) override {
-    if (response != nullptr) {
-      std::memcpy(response, answer_, responseSize < sizeof(answer_) ? responseSize : sizeof(answer_));
-    }
-    return Result::Ok;
-  }
-  bool subscribeEvents(const Address& address, std::uint16_t, const std::vector<std::uint16_t>&,
-                       EventHandler handler) override {
-    (address.serviceId == 2 ? systemEvents : scanEvents) = std::move(handler);
-    return true;
-  }
+  /// Copies the fixed answer into `response` (defined out of line, so that no caller can inline it).
+  Result callMethod(const Address& address, std::uint16_t methodId, const void* request,
+                    std::size_t requestSize, void* response, std::size_t responseSize) override;
+  bool subscribeEvents(const Address& address, std::uint16_t eventGroupId,
+                       const std::vector<std::uint16_t>& eventIds, EventHandler handler) override;
   bool offerEvent(const Address&, std::uint16_t, const std::vector<std::uint16_t>&) override { return true; }
   bool stopOfferEvent(const Address&, std::uint16_t) override { return true; }
   bool notifyEvent(const Address&, std::uint16_t, const void*, std::size_t) override { return true; }
@@ -41,7 +33,7 @@ class InstantTransport : public kov::platform::networking::ISomeIpTransport {
   EventHandler scanEvents;
 
  private:
-  const std::uint8_t answer_[8] = {0x41, 0xA0, 0, 0, 2, 1, 1, 0};
+  static const std::uint8_t ANSWER[8];
 };
 
 }  // namespace kov::bench

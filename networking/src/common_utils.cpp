@@ -4,38 +4,35 @@
 #include <cstring>
 
 #include "common/log/log.hpp"
+#include "networking/byte_order.hpp"
 #include "networking/utils.hpp"
 
 namespace kov::platform::networking {
 
+// The exported conversions; the library itself uses the inline ones of networking/byte_order.hpp.
+
 std::uint16_t toHostByteOrder(std::uint16_t value) {
-  return ntohs(value);
+  return byte_order::toHostByteOrder(value);
 }
 
 std::uint16_t toNetworkByteOrder(std::uint16_t value) {
-  return htons(value);
+  return byte_order::toNetworkByteOrder(value);
 }
 
 std::uint32_t toHostByteOrder(std::uint32_t value) {
-  return ntohl(value);
+  return byte_order::toHostByteOrder(value);
 }
 
 std::uint32_t toNetworkByteOrder(std::uint32_t value) {
-  return htonl(value);
+  return byte_order::toNetworkByteOrder(value);
 }
 
 std::uint32_t floatToNetworkByteOrder(float value) {
-  static_assert(sizeof(float) == sizeof(std::uint32_t), "float must be 32 bits wide");
-  std::uint32_t bits = 0;
-  std::memcpy(&bits, &value, sizeof(bits));
-  return toNetworkByteOrder(bits);
+  return byte_order::floatToNetworkByteOrder(value);
 }
 
 float floatToHostByteOrder(std::uint32_t value) {
-  const std::uint32_t bits = toHostByteOrder(value);
-  float result = 0.0F;
-  std::memcpy(&result, &bits, sizeof(result));
-  return result;
+  return byte_order::floatToHostByteOrder(value);
 }
 
 std::uint16_t getSourcePort(const sockaddr& address) {

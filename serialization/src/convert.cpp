@@ -8,6 +8,7 @@
 
 #include "angles.hpp"
 #include "common/log/log.hpp"
+#include "networking/byte_order.hpp"
 #include "networking/utils.hpp"
 #include "serialization/convert.hpp"
 
@@ -15,10 +16,10 @@ namespace kov::drivers::lidar::vesk::serialization {
 
 namespace {
 
-using kov::platform::networking::floatToHostByteOrder;
-using kov::platform::networking::floatToNetworkByteOrder;
-using kov::platform::networking::toHostByteOrder;
-using kov::platform::networking::toNetworkByteOrder;
+using kov::platform::networking::byte_order::floatToHostByteOrder;
+using kov::platform::networking::byte_order::floatToNetworkByteOrder;
+using kov::platform::networking::byte_order::toHostByteOrder;
+using kov::platform::networking::byte_order::toNetworkByteOrder;
 
 constexpr float MIN_FRAME_RATE = 1.0F;
 constexpr float MAX_FRAME_RATE = 30.0F;

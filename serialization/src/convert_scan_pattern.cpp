@@ -9,6 +9,7 @@
 #include "angles.hpp"
 #include "common/log/log.hpp"
 #include "common/types/type_name.hpp"
+#include "networking/byte_order.hpp"
 #include "networking/utils.hpp"
 #include "serialization/convert.hpp"
 
@@ -16,10 +17,10 @@ namespace kov::drivers::lidar::vesk::serialization {
 
 namespace {
 
-using kov::platform::networking::floatToHostByteOrder;
-using kov::platform::networking::floatToNetworkByteOrder;
-using kov::platform::networking::toHostByteOrder;
-using kov::platform::networking::toNetworkByteOrder;
+using kov::platform::networking::byte_order::floatToHostByteOrder;
+using kov::platform::networking::byte_order::floatToNetworkByteOrder;
+using kov::platform::networking::byte_order::toHostByteOrder;
+using kov::platform::networking::byte_order::toNetworkByteOrder;
 
 constexpr std::size_t MAX_COMMAND_BYTE_SIZE = MAX_SCAN_PATTERN_COMMANDS * SCAN_PATTERN_COMMAND_SIZE;
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "networking/byte_order.hpp"
 #include "networking/utils.hpp"
 #include "serialization/wire/enumerations.hpp"
 
@@ -21,7 +22,7 @@ using Iso88591Field = std::array<std::uint8_t, ISO_8859_1_FIELD_SIZE>;
 
 /// Desired scan settings (7 bytes). A fresh record asks for 10 Hz.
 struct __attribute__((packed)) ScanSettings {
-  std::uint32_t frameRate{kov::platform::networking::floatToNetworkByteOrder(10.0F)};  ///< hertz
+  std::uint32_t frameRate{kov::platform::networking::byte_order::floatToNetworkByteOrder(10.0F)};  ///< hertz
   ScanHorizontalInterlaceMode horizontalInterlaceMode{};
   ScanControlLineIndex controlLineIndex{};
   ScanFillMode fillMode{};

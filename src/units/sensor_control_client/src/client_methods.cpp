@@ -1,6 +1,6 @@
 #include <cstring>
 
-#include "networking/utils.hpp"
+#include "networking/byte_order.hpp"
 #include "sensor_control_client/sensor_control_client.hpp"
 #include "sensor_services.hpp"
 
@@ -52,7 +52,7 @@ template <>
 serialization::ScanSettings defaultWireRecord<serialization::ScanSettings>() {
   serialization::ScanSettings wire;
   std::memset(static_cast<void*>(&wire), 0, sizeof(wire));
-  const std::uint32_t frameRate = kov::platform::networking::floatToNetworkByteOrder(DEFAULT_FRAME_RATE_HZ);
+  const std::uint32_t frameRate = kov::platform::networking::byte_order::floatToNetworkByteOrder(DEFAULT_FRAME_RATE_HZ);
   std::memcpy(static_cast<void*>(&wire), &frameRate, sizeof(frameRate));
   return wire;
 }
@@ -76,8 +76,8 @@ bool isGoodCallResult(kov::platform::networking::ISomeIpTransport::Result result
 }
 
 template <typename Param>
-bool ClientA::mayCall(std::uint16_t serviceId, std::uint16_t methodId) const {
-  if (isSupportedAndAvailable(serviceId, methodId)) {
+bool ClientA::mayCall(std::uint16_t serviceId, std::uint16_t methodId, Address& address) const {
+  if (gateAndAddress(serviceId, methodId, address)) {
     return true;
   }
   KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
@@ -88,10 +88,10 @@ bool ClientA::mayCall(std::uint16_t serviceId, std::uint16_t methodId) const {
 
 template <typename Wire, typename Typed>
 bool ClientA::callGetter(std::uint16_t serviceId, std::uint16_t methodId, Typed& out) const {
-  if (!mayCall<Typed&>(serviceId, methodId)) {
+  Address address{};
+  if (!mayCall<Typed&>(serviceId, methodId, address)) {
     return false;
   }
-  const Address address = getServiceAddress(serviceId);
   Wire response = defaultWireRecord<Wire>();
   const auto result = transport_->callMethod(address, methodId, nullptr, 0, &response, sizeof(Wire));
   if (!isGoodCallResult(result, methodId)) {
@@ -102,10 +102,10 @@ bool ClientA::callGetter(std::uint16_t serviceId, std::uint16_t methodId, Typed&
 
 template <typename Wire, typename Typed>
 bool ClientA::callSetter(std::uint16_t serviceId, std::uint16_t methodId, const Typed& in) {
-  if (!mayCall<const Typed&>(serviceId, methodId)) {
+  Address address{};
+  if (!mayCall<const Typed&>(serviceId, methodId, address)) {
     return false;
   }
-  const Address address = getServiceAddress(serviceId);
   Wire request = defaultWireRecord<Wire>();
   if (!serialize(in, request, methodId)) {
     return false;
@@ -138,10 +138,10 @@ bool ClientA::getAchievedScanSettings(types::AchievedScanSettings& settings) con
 }
 
 bool ClientA::setScanPattern(const types::ScanPattern& pattern) {
-  if (!mayCall<const types::ScanPattern&>(detail::SCAN_SERVICE_ID, SET_SCAN_PATTERN)) {
+  Address address{};
+  if (!mayCall<const types::ScanPattern&>(detail::SCAN_SERVICE_ID, SET_SCAN_PATTERN, address)) {
     return false;
   }
-  const Address address = getServiceAddress(detail::SCAN_SERVICE_ID);
   return callMethodNoResponseData<serialization::ScanPattern>(*transport_, address, SET_SCAN_PATTERN,
                                                               pattern);
 }

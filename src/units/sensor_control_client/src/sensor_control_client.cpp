@@ -20,9 +20,8 @@ constexpr SupportedMethods SUPPORTED_METHODS[] = {
     {detail::SENSOR_INFO_SERVICE_ID, {0x0008, 0x000A, 0x000B}, 3},
 };
 
-}  // namespace
-
-bool isMethodSupported(std::uint16_t serviceId, std::uint16_t methodId) {
+/// The table lookup of isMethodSupported(), inlined into the call gate.
+bool methodInTable(std::uint16_t serviceId, std::uint16_t methodId) {
   for (const auto& service : SUPPORTED_METHODS) {
     if (service.serviceId != serviceId) {
       continue;
@@ -35,6 +34,12 @@ bool isMethodSupported(std::uint16_t serviceId, std::uint16_t methodId) {
     return false;
   }
   return false;
+}
+
+}  // namespace
+
+bool isMethodSupported(std::uint16_t serviceId, std::uint16_t methodId) {
+  return methodInTable(serviceId, methodId);
 }
 
 ClientA::ClientA(std::shared_ptr<Transport> transport, std::uint16_t sensorId)
@@ -159,13 +164,25 @@ std::unordered_set<std::uint16_t> ClientA::setAllAvailable(bool available) {
 }
 
 bool ClientA::isSupportedAndAvailable(std::uint16_t serviceId, std::uint16_t methodId) const {
-  if (!isMethodSupported(serviceId, methodId)) {
+  Address unused{};
+  return gateAndAddress(serviceId, methodId, unused);
+}
+
+bool ClientA::gateAndAddress(std::uint16_t serviceId, std::uint16_t methodId, Address& address) const {
+  if (!methodInTable(serviceId, methodId)) {
     KOV_LOG(ERROR, SENSOR_CONTROL_CLIENT_LOG_PATH)
         << "Service 0x" << std::hex << serviceId << " does not have a method with id 0x" << methodId;
     return false;
   }
-  if (isAvailable(serviceId)) {
-    return true;
+  {
+    // The entry's instance id is the one getServiceAddress() reports: both are written together,
+    // under this lock, by setAvailable().
+    std::lock_guard<std::mutex> lock(servicesMutex_);
+    const auto it = services_.find(serviceId);
+    if (it != services_.end() && it->second.available) {
+      address = Address{serviceId, it->second.instanceId};
+      return true;
+    }
   }
   KOV_LOG(WARN, SENSOR_CONTROL_CLIENT_LOG_PATH) << "Service 0x" << std::hex << serviceId << " not available";
   return false;

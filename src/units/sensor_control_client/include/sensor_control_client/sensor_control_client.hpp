@@ -204,9 +204,13 @@ class ClientA : public ISensorControl::IClient, public ISensorControl::IClientA 
   void copyEntry(const Typed& entry, Typed& out) const;
 
   // Common steps of the getters and setters.
-  /// The gate of every call; a refusal is followed by a DEBUG line naming the operation's parameter type.
+  /// isSupportedAndAvailable() that also takes the service's address, in the same critical section of
+  /// servicesMutex_ as the availability (one lock per call instead of two).
+  bool gateAndAddress(std::uint16_t serviceId, std::uint16_t methodId, Address& address) const;
+  /// The gate of every call, with the address the call goes to; a refusal is followed by a DEBUG line
+  /// naming the operation's parameter type.
   template <typename Param>
-  bool mayCall(std::uint16_t serviceId, std::uint16_t methodId) const;
+  bool mayCall(std::uint16_t serviceId, std::uint16_t methodId, Address& address) const;
   template <typename Wire, typename Typed>
   bool callGetter(std::uint16_t serviceId, std::uint16_t methodId, Typed& out) const;
   template <typename Wire, typename Typed>
