@@ -33,3 +33,6 @@ function(kov_add_module target)
   set_property(GLOBAL APPEND PROPERTY KOV_PUBLIC_INCLUDE_DIRS ${CMAKE_CURRENT_SOURCE_DIR}/include)
 endfunction()
 include(${CMAKE_CURRENT_LIST_DIR}/KovManPages.cmake)
+
+# Programs install without naming a component: they go into the tools package.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME tools)

@@ -3,6 +3,9 @@
 set -euo pipefail
 
 packages=(cmake g++ clang libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev)
+# Packaging and documentation: CPack's Debian packages (dpkg-dev, file), pkg-config, man pages
+# generated from --help (help2man, man-db), the API reference (doxygen), the demo's JSON check (python3).
+packages+=(dpkg-dev file pkg-config help2man man-db doxygen python3)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
