@@ -18,6 +18,8 @@ namespace {
 constexpr std::size_t SD_HEADER_SIZE = 8;  // flags, reserved, entries array length
 constexpr std::uint16_t IPV4_OPTION_LENGTH = 9;
 constexpr std::size_t IPV4_OPTION_SIZE = 12;
+constexpr std::size_t MAX_RUN_OPTIONS = 15;    // the 4-bit count of one option run
+constexpr std::size_t MAX_OPTION_INDEX = 255;  // the 8-bit index of a run's first option
 
 /// Option types that SOME/IP-SD defines but this transport ignores.
 bool isSkippedOptionType(std::uint8_t type) {
@@ -90,6 +92,27 @@ SdParseError attachRun(const std::vector<OptionSlot>& slots, std::size_t first, 
     }
   }
   return SdParseError::NONE;
+}
+
+/// Places `count` options from `run` as consecutive options of `options`: an equal run already there is
+/// shared, else they are appended. False when the run would start past the last index an entry can
+/// name; nothing is appended then.
+bool placeRun(std::vector<SdOption>& options, const SdOption* run, std::size_t count, std::uint8_t& index) {
+  std::size_t first = options.size();
+  for (std::size_t start = 0; start + count <= options.size(); ++start) {
+    if (std::equal(run, run + count, options.begin() + static_cast<std::ptrdiff_t>(start))) {
+      first = start;
+      break;
+    }
+  }
+  if (first > MAX_OPTION_INDEX) {
+    return false;
+  }
+  if (first == options.size()) {
+    options.insert(options.end(), run, run + count);
+  }
+  index = static_cast<std::uint8_t>(first);
+  return true;
 }
 
 }  // namespace
@@ -181,22 +204,12 @@ std::vector<std::uint8_t> encodeSdPayload(const SdMessage& message) {
     const SdEntry& entry = message.entries[i];
     std::uint8_t* p = entryBytes.data() + i * SD_ENTRY_SIZE;
     p[0] = static_cast<std::uint8_t>(entry.type);
-    if (!entry.options.empty()) {
-      // One run of consecutive options: reuse an equal run already written, else append.
-      const auto& wanted = entry.options;
-      std::size_t first = options.size();
-      for (std::size_t start = 0; start + wanted.size() <= options.size(); ++start) {
-        if (std::equal(wanted.begin(), wanted.end(), options.begin() + static_cast<std::ptrdiff_t>(start))) {
-          first = start;
-          break;
-        }
-      }
-      if (first == options.size()) {
-        options.insert(options.end(), wanted.begin(), wanted.end());
-      }
-      p[1] = static_cast<std::uint8_t>(first);
-      p[3] = static_cast<std::uint8_t>(std::min<std::size_t>(wanted.size(), 15) << 4);
-    }
+    // Up to 15 options in the first run, the next 15 in the second; an empty run names index 0.
+    const std::size_t count1 = std::min(entry.options.size(), MAX_RUN_OPTIONS);
+    const std::size_t count2 = std::min(entry.options.size() - count1, MAX_RUN_OPTIONS);
+    const bool placed1 = count1 != 0 && placeRun(options, entry.options.data(), count1, p[1]);
+    const bool placed2 = count2 != 0 && placeRun(options, entry.options.data() + count1, count2, p[2]);
+    p[3] = static_cast<std::uint8_t>(((placed1 ? count1 : 0) << 4) | (placed2 ? count2 : 0));
     write16(p + 4, entry.serviceId);
     write16(p + 6, entry.instanceId);
     p[8] = entry.majorVersion;

@@ -185,23 +185,57 @@ TEST(SdCodec, ParsesWhatThisEncoderNeverWrites) {
   expectSameMessage(parsed, expected, "options of both runs");
 }
 
-TEST(SdCodec, RoundTripsEntriesOfManyOptions) {
-  // Up to 15 options fit the count of one run.
-  std::vector<SdOption> options;
-  for (std::uint16_t i = 0; i < 15; ++i) {
+TEST(SdCodec, EntriesOfManyOptionsUseBothRunsUpToWhatTheyCanName) {
+  std::vector<SdOption> options;  // distinct endpoints
+  for (std::uint16_t i = 0; i < 257; ++i) {
     options.push_back(option(SdOptionType::IPV4_ENDPOINT, 0x7F000001, static_cast<std::uint16_t>(40000 + i)));
   }
-  const SdMessage message =
-      messageOf(0x40, {serviceEntry(SdEntryType::OFFER_SERVICE, 1, 2, 3, 4, 5, options),
-                       eventgroupEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, 1, 2, 3, 0xFFFFFE, 0x0F, 0xFFFF,
-                                       {options.begin() + 14, options.end()})});
-  const Bytes wire = encodeSdPayload(message);
-  ASSERT_EQ(wire.size(), 8U + 32U + 4U + 15U * 12U);
-  EXPECT_EQ(Bytes(wire.begin() + 8, wire.begin() + 12), (Bytes{0x01, 0x00, 0x00, 0xF0}));
-  EXPECT_EQ(Bytes(wire.begin() + 24, wire.begin() + 28), (Bytes{0x06, 0x0E, 0x00, 0x10}));
+  const auto first = [&options](std::size_t count) {
+    return std::vector<SdOption>(options.begin(), options.begin() + static_cast<std::ptrdiff_t>(count));
+  };
+  struct Case {
+    std::size_t count;
+    Bytes runBytes;  // index 1st, index 2nd, #opt1 << 4 | #opt2
+    std::size_t kept;
+  };
+  const std::vector<Case> cases{{1, {0x00, 0x00, 0x10}, 1},
+                                {15, {0x00, 0x00, 0xF0}, 15},
+                                {16, {0x00, 0x0F, 0xF1}, 16},
+                                {30, {0x00, 0x0F, 0xFF}, 30},
+                                {31, {0x00, 0x0F, 0xFF}, 30}};
+  for (const auto& c : cases) {
+    // The second entry shares the first option.
+    const SdMessage message = messageOf(
+        0x40,
+        {serviceEntry(SdEntryType::OFFER_SERVICE, 1, 2, 3, 4, 5, first(c.count)),
+         eventgroupEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, 1, 2, 3, 0xFFFFFE, 0x0F, 0xFFFF, first(1))});
+    const Bytes wire = encodeSdPayload(message);
+    ASSERT_EQ(wire.size(), 8U + 32U + 4U + c.kept * 12U) << c.count;
+    EXPECT_EQ(Bytes(wire.begin() + 9, wire.begin() + 12), c.runBytes) << c.count;
+    EXPECT_EQ(Bytes(wire.begin() + 24, wire.begin() + 28), (Bytes{0x06, 0x00, 0x00, 0x10})) << c.count;
+    SdMessage parsed;
+    ASSERT_EQ(parseSdPayload(wire.data(), wire.size(), parsed), SdParseError::NONE) << c.count;
+    SdMessage expected = message;
+    expected.entries[0].options = first(c.kept);
+    expectSameMessage(parsed, expected, std::to_string(c.count) + " options");
+  }
+
+  // 257 entries of one distinct option each: the last option would start at index 256, which no entry
+  // can name, so that entry goes without it.
+  SdMessage many;
+  for (const auto& o : options) {
+    many.entries.push_back(serviceEntry(SdEntryType::OFFER_SERVICE, 1, 2, 3, 4, 5, {o}));
+  }
+  const Bytes wire = encodeSdPayload(many);
+  ASSERT_EQ(wire.size(), 8U + 257U * 16U + 4U + 256U * 12U);
+  EXPECT_EQ(Bytes(wire.begin() + 8 + 255 * 16, wire.begin() + 8 + 255 * 16 + 4),
+            (Bytes{0x01, 0xFF, 0x00, 0x10}));
+  EXPECT_EQ(Bytes(wire.begin() + 8 + 256 * 16, wire.begin() + 8 + 256 * 16 + 4),
+            (Bytes{0x01, 0x00, 0x00, 0x00}));
   SdMessage parsed;
   ASSERT_EQ(parseSdPayload(wire.data(), wire.size(), parsed), SdParseError::NONE);
-  expectSameMessage(parsed, message, "15 options");
+  many.entries.back().options.clear();
+  expectSameMessage(parsed, many, "257 entries");
 }
 
 TEST(SdCodec, SdMessagesInsideOneDatagram) {

@@ -90,8 +90,10 @@ const char* describe(SdParseError error);
 /// balancing, IPv6 and SD endpoints) are skipped and not attached to entries.
 SdParseError parseSdPayload(const std::uint8_t* data, std::size_t size, SdMessage& message);
 
-/// Encodes `message` as an SD payload. Every entry's options go into its first option run; equal
-/// options are written once and shared.
+/// Encodes `message` as an SD payload. An entry's first 15 options go into its first option run, the
+/// next 15 into its second; equal runs are written once and shared. What an entry cannot name is left
+/// out: options past its 30th, and a run that would start past option index 255 (a message of at most
+/// 255 options in all never meets that limit).
 std::vector<std::uint8_t> encodeSdPayload(const SdMessage& message);
 
 }  // namespace kov::platform::networking::someip
