@@ -2,7 +2,8 @@
 # Installs the Debian 12 packages that the build, the tools and the tests need, when they are missing.
 set -euo pipefail
 
-packages=(cmake g++ clang libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev)
+# libclang-rt-14-dev holds libFuzzer and clang's sanitizer runtimes (the fuzz targets of the clang build).
+packages=(cmake g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev)
 # Packaging and documentation: CPack's Debian packages (dpkg-dev, file), pkg-config, man pages
 # generated from --help (help2man, man-db), the API reference (doxygen), the demo's JSON check (python3).
 packages+=(dpkg-dev file pkg-config help2man man-db doxygen python3)
