@@ -39,6 +39,15 @@ std::chrono::milliseconds fixedInitialDelay() {
   return 50ms;
 }
 
+SdOption udpOption(const Endpoint& endpoint, std::uint8_t protocol = L4_PROTOCOL_UDP) {
+  SdOption option;
+  option.type = SdOptionType::IPV4_ENDPOINT;
+  option.address = endpoint.ip;
+  option.port = endpoint.port;
+  option.protocol = protocol;
+  return option;
+}
+
 SdEntry offerEntry(const Address& address, std::uint32_t ttl, const Endpoint& endpoint,
                    std::uint8_t protocol = L4_PROTOCOL_UDP, std::uint8_t major = 0) {
   SdEntry entry;
@@ -47,12 +56,7 @@ SdEntry offerEntry(const Address& address, std::uint32_t ttl, const Endpoint& en
   entry.instanceId = address.instanceId;
   entry.majorVersion = major;
   entry.ttl = ttl;
-  SdOption option;
-  option.type = SdOptionType::IPV4_ENDPOINT;
-  option.address = endpoint.ip;
-  option.port = endpoint.port;
-  option.protocol = protocol;
-  entry.options.push_back(option);
+  entry.options.push_back(udpOption(endpoint, protocol));
   return entry;
 }
 
@@ -262,11 +266,7 @@ TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclically) {
     EXPECT_EQ(offer.entry.majorVersion, 1);
     EXPECT_EQ(offer.entry.minorVersion, 7U);
     EXPECT_EQ(offer.entry.ttl, 3U);
-    ASSERT_EQ(offer.entry.options.size(), 1U);
-    EXPECT_EQ(offer.entry.options[0].type, SdOptionType::IPV4_ENDPOINT);
-    EXPECT_EQ(offer.entry.options[0].protocol, L4_PROTOCOL_UDP);
-    EXPECT_EQ(offer.entry.options[0].address, PEER_A);
-    EXPECT_EQ(offer.entry.options[0].port, 30501);
+    EXPECT_TRUE(offer.entry.options == std::vector<SdOption>{udpOption(ENDPOINT_A)});
   }
 
   // StopOffer withdraws the instance at once (TTL 0, multicast); stopAll withdraws the rest.
@@ -355,10 +355,7 @@ TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
     entry.eventgroupId = eventgroup;
     entry.counter = 2;
     for (const auto& endpoint : endpoints) {
-      SdOption option;
-      option.address = endpoint.ip;
-      option.port = endpoint.port;
-      entry.options.push_back(option);
+      entry.options.push_back(udpOption(endpoint));
     }
     return entry;
   };

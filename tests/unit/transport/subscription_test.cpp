@@ -63,10 +63,9 @@ void expectSubscribe(const SdOutbox& out, const Address& address, std::uint32_t 
   EXPECT_EQ(sent.entry.ttl, ttl);
   EXPECT_EQ(sent.entry.eventgroupId, 1);
   ASSERT_EQ(sent.entry.options.size(), 1U);
-  EXPECT_EQ(sent.entry.options[0].type, SdOptionType::IPV4_ENDPOINT);
-  EXPECT_EQ(sent.entry.options[0].protocol, L4_PROTOCOL_UDP);
-  EXPECT_EQ(sent.entry.options[0].address, OWN.ip);
-  EXPECT_EQ(sent.entry.options[0].port, OWN.port);
+  const SdOption& own = sent.entry.options[0];
+  EXPECT_TRUE(own.type == SdOptionType::IPV4_ENDPOINT && own.protocol == 0x11 && own.address == OWN.ip &&
+              own.port == OWN.port);
 }
 
 TEST(EventSubscriptions, SubscribesWhenOfferedAndRenewsAtHalfTheTtl) {
