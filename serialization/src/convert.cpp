@@ -7,6 +7,7 @@
 #include <string>
 
 #include "angles.hpp"
+#include "enumeration_tables.hpp"
 #include "common/log/log.hpp"
 #include "networking/byte_order.hpp"
 #include "networking/utils.hpp"
@@ -90,16 +91,16 @@ bool convert<types::DesiredScanSettings, ScanSettings>(const types::DesiredScanS
     return false;
   }
   target.frameRate = floatToNetworkByteOrder(source.frameRate);
-  return convert(source.horizontalInterlaceMode, target.horizontalInterlaceMode) &&
-         convert(source.controlLine, target.controlLineIndex) && convert(source.fillMode, target.fillMode);
+  return convertSymbol(source.horizontalInterlaceMode, target.horizontalInterlaceMode) &&
+         convertSymbol(source.controlLine, target.controlLineIndex) && convertSymbol(source.fillMode, target.fillMode);
 }
 
 template <>
 bool convert<ScanSettings, types::DesiredScanSettings>(const ScanSettings& source,
                                                        types::DesiredScanSettings& target) {
   target.frameRate = floatToHostByteOrder(source.frameRate);
-  return convert(source.horizontalInterlaceMode, target.horizontalInterlaceMode) &&
-         convert(source.controlLineIndex, target.controlLine) && convert(source.fillMode, target.fillMode);
+  return convertSymbol(source.horizontalInterlaceMode, target.horizontalInterlaceMode) &&
+         convertSymbol(source.controlLineIndex, target.controlLine) && convertSymbol(source.fillMode, target.fillMode);
 }
 
 template <>
@@ -144,7 +145,7 @@ bool convert<types::SensorHealthStatus, SystemHeartbeatAppRecord>(const types::S
   target.value1 = floatToNetworkByteOrder(source.value1);
   target.value2 = floatToNetworkByteOrder(source.value2);
   target.value3 = floatToNetworkByteOrder(source.value3);
-  const bool statusConverted = convert(source.mode, target.status);
+  const bool statusConverted = convertSymbol(source.mode, target.status);
   target.flag1 = source.flag1 ? 1 : 0;
   target.flag2 = source.flag2 ? 1 : 0;
   target.flag3 = source.flag3 ? 1 : 0;
@@ -157,7 +158,7 @@ template <>
 bool convert<SystemHeartbeatAppRecord, types::SensorHealthStatus>(const SystemHeartbeatAppRecord& source,
                                                                   types::SensorHealthStatus& target) {
   // A status byte without symbol does not stop the rest of the record.
-  const bool statusConverted = convert(source.status, target.mode);
+  const bool statusConverted = convertSymbol(source.status, target.mode);
   target.flag1 = source.flag1 != 0;
   target.flag2 = source.flag2 != 0;
   target.flag3 = source.flag3 != 0;
