@@ -16,9 +16,10 @@
 namespace kov::drivers::lidar::vesk::serialization {
 namespace {
 
-/// Logs that Target has no symbol for value. Values print as decimal numbers, bytes included.
+/// Logs that Target has no symbol for value. Values print as decimal numbers, bytes included. Out of
+/// line and cold: the tables' successful path stays a switch.
 template <typename Source, typename Target>
-bool failNoSymbol(Source value) {
+[[gnu::noinline, gnu::cold]] bool failNoSymbol(Source value) {
   const auto number = static_cast<std::uint32_t>(static_cast<std::underlying_type_t<Source>>(value));
   KOV_LOG(ERROR, "src/convert") << "cannot convert " << kov::common::types::utils::getTypeName<Source>()
                                 << " value \"" << number << "\" to "

@@ -94,7 +94,7 @@ bool ClientA::callGetter(std::uint16_t serviceId, std::uint16_t methodId, Typed&
   }
   Wire response = defaultWireRecord<Wire>();
   const auto result = transport_->callMethod(address, methodId, nullptr, 0, &response, sizeof(Wire));
-  if (!isGoodCallResult(result, methodId)) {
+  if (result != Transport::Result::Ok && !isGoodCallResult(result, methodId)) {
     return false;
   }
   return deserialize(response, out, methodId);
@@ -111,7 +111,7 @@ bool ClientA::callSetter(std::uint16_t serviceId, std::uint16_t methodId, const 
     return false;
   }
   const auto result = transport_->callMethod(address, methodId, &request, sizeof(Wire), nullptr, 0);
-  return isGoodCallResult(result, methodId);
+  return result == Transport::Result::Ok || isGoodCallResult(result, methodId);
 }
 
 bool ClientA::setScanDatum(const types::ScanDatum& datum) {

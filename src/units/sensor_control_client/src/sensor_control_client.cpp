@@ -8,32 +8,19 @@ namespace kov::drivers::lidar::vesk {
 
 namespace {
 
-struct SupportedMethods {
-  std::uint16_t serviceId;
-  std::uint16_t methodIds[7];
-  std::size_t count;
-};
-
-constexpr SupportedMethods SUPPORTED_METHODS[] = {
-    {detail::SYSTEM_MODE_SERVICE_ID, {0x8001, 0x8002}, 2},
-    {detail::SCAN_SERVICE_ID, {0x8001, 0x8002, 0x8003, 0x8004, 0x8005, 0x8006, 0x8007}, 7},
-    {detail::SENSOR_INFO_SERVICE_ID, {0x0008, 0x000A, 0x000B}, 3},
-};
-
-/// The table lookup of isMethodSupported(), inlined into the call gate.
+/// The methods each service offers (the table of isMethodSupported), as a switch: the call gate of
+/// every getter and setter asks it.
 bool methodInTable(std::uint16_t serviceId, std::uint16_t methodId) {
-  for (const auto& service : SUPPORTED_METHODS) {
-    if (service.serviceId != serviceId) {
-      continue;
-    }
-    for (std::size_t i = 0; i < service.count; ++i) {
-      if (service.methodIds[i] == methodId) {
-        return true;
-      }
-    }
-    return false;
+  switch (serviceId) {
+    case detail::SYSTEM_MODE_SERVICE_ID:
+      return methodId == 0x8001 || methodId == 0x8002;
+    case detail::SCAN_SERVICE_ID:
+      return methodId >= 0x8001 && methodId <= 0x8007;
+    case detail::SENSOR_INFO_SERVICE_ID:
+      return methodId == 0x0008 || methodId == 0x000A || methodId == 0x000B;
+    default:
+      return false;
   }
-  return false;
 }
 
 }  // namespace

@@ -30,16 +30,50 @@ bool isMethodSupported(std::uint16_t serviceId, std::uint16_t methodId);
 /// ERROR (the code in hexadecimal, without "0x").
 bool isGoodCallResult(kov::platform::networking::ISomeIpTransport::Result result, std::uint16_t methodId);
 
+/// The failure lines of the conversions below, out of line and cold, so that the successful path of a
+/// call or an event stays a call of `convert` and a test. Each returns false.
+namespace conversion_logs {
+
+/// ERROR "cannot call method 0x<id>: failed to <step><type name of Named>".
+template <typename Named>
+[[gnu::noinline, gnu::cold]] bool methodFailed(std::uint16_t methodId, const char* step) {
+  KOV_LOG(ERROR, SENSOR_CONTROL_CLIENT_LOG_PATH)
+      << "cannot call method 0x" << std::hex << methodId << ": failed to " << step
+      << kov::common::types::utils::getTypeName<Named>();
+  return false;
+}
+
+[[gnu::noinline, gnu::cold]] inline bool eventWithoutData(std::uint16_t eventId) {
+  KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
+      << "Got event 0x" << std::hex << eventId << " with null data pointer - discarding it";
+  return false;
+}
+
+template <typename Typed>
+[[gnu::noinline, gnu::cold]] bool eventOfWrongSize(std::size_t size, std::size_t expected) {
+  KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
+      << "Got event for " << kov::common::types::utils::getTypeName<Typed&>()
+      << " but sizes do not match: got " << size << " expected " << expected;
+  return false;
+}
+
+template <typename Typed>
+[[gnu::noinline, gnu::cold]] bool eventNotConverted(std::uint16_t eventId) {
+  KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
+      << "Failed to deserialize event 0x" << std::hex << eventId << " as "
+      << kov::common::types::utils::getTypeName<Typed&>() << " - discarding it";
+  return false;
+}
+
+}  // namespace conversion_logs
+
 /// Converts a typed request record into its wire record; logs at ERROR and returns false on failure.
 template <typename Source, typename Target>
 bool serialize(const Source& source, Target& target, std::uint16_t methodId) {
   if (serialization::convert<Source, Target>(source, target)) {
     return true;
   }
-  KOV_LOG(ERROR, SENSOR_CONTROL_CLIENT_LOG_PATH)
-      << "cannot call method 0x" << std::hex << methodId << ": failed to serialize "
-      << kov::common::types::utils::getTypeName<const Source&>();
-  return false;
+  return conversion_logs::methodFailed<const Source&>(methodId, "serialize ");
 }
 
 /// Converts a wire response record into its typed record; logs at ERROR and returns false on failure.
@@ -48,10 +82,7 @@ bool deserialize(const Source& source, Target& target, std::uint16_t methodId) {
   if (serialization::convert<Source, Target>(source, target)) {
     return true;
   }
-  KOV_LOG(ERROR, SENSOR_CONTROL_CLIENT_LOG_PATH)
-      << "cannot call method 0x" << std::hex << methodId << ": failed to deserialize "
-      << kov::common::types::utils::getTypeName<Target&>();
-  return false;
+  return conversion_logs::methodFailed<Target&>(methodId, "deserialize ");
 }
 
 /// Checks one event payload (non-null, exactly the size of Wire) and converts it into `out`. Every
@@ -60,23 +91,15 @@ template <typename Wire, typename Typed>
 bool deserializeEvent(std::uint16_t eventId, const void* data, std::size_t size, Typed& out) {
   static_assert(std::is_trivially_copyable_v<Wire>, "wire records are copied byte by byte");
   if (data == nullptr) {
-    KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
-        << "Got event 0x" << std::hex << eventId << " with null data pointer - discarding it";
-    return false;
+    return conversion_logs::eventWithoutData(eventId);
   }
   if (size != sizeof(Wire)) {
-    KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
-        << "Got event for " << kov::common::types::utils::getTypeName<Typed&>()
-        << " but sizes do not match: got " << size << " expected " << sizeof(Wire);
-    return false;
+    return conversion_logs::eventOfWrongSize<Typed>(size, sizeof(Wire));
   }
   Wire wire;
   std::memcpy(&wire, data, sizeof(Wire));
   if (!serialization::convert<Wire, Typed>(wire, out)) {
-    KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
-        << "Failed to deserialize event 0x" << std::hex << eventId << " as "
-        << kov::common::types::utils::getTypeName<Typed&>() << " - discarding it";
-    return false;
+    return conversion_logs::eventNotConverted<Typed>(eventId);
   }
   return true;
 }
@@ -91,13 +114,11 @@ bool callMethodNoResponseData(kov::platform::networking::ISomeIpTransport& trans
   Wire wire;
   std::memset(static_cast<void*>(&wire), 0, sizeof(Wire));
   if (!serialization::convert<Typed, Wire>(request, wire)) {
-    KOV_LOG(ERROR, SENSOR_CONTROL_CLIENT_LOG_PATH)
-        << "cannot call method 0x" << std::hex << methodId << ": failed to serialize "
-        << kov::common::types::utils::getTypeName<const Typed&>();
-    return false;
+    return conversion_logs::methodFailed<const Typed&>(methodId, "serialize ");
   }
   const auto result = transport.callMethod(address, methodId, &wire, sizeof(Wire), nullptr, 0);
-  return isGoodCallResult(result, methodId);
+  // isGoodCallResult() judges (and logs) failures only; success needs no call.
+  return result == kov::platform::networking::ISomeIpTransport::Result::Ok || isGoodCallResult(result, methodId);
 }
 
 /// The client of one sensor (identified by the SOME/IP instance id its services share): its table of
