@@ -2,6 +2,7 @@
 
 #include "networking/byte_order.hpp"
 #include "sensor_control_client/sensor_control_client.hpp"
+#include "call_gate.hpp"
 #include "sensor_services.hpp"
 
 namespace kov::drivers::lidar::vesk {
@@ -57,6 +58,16 @@ serialization::ScanSettings defaultWireRecord<serialization::ScanSettings>() {
   return wire;
 }
 
+/// The DEBUG line that follows a refusal of the gate, naming the operation's parameter type; out of
+/// line and cold. Returns false.
+template <typename Param>
+[[gnu::noinline, gnu::cold]] bool refuseCall() {
+  KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
+      << kov::common::types::utils::getTypeName<Param>()
+      << " not supported/available on this client - not calling the transport";
+  return false;
+}
+
 }  // namespace
 
 bool isGoodCallResult(kov::platform::networking::ISomeIpTransport::Result result, std::uint16_t methodId) {
@@ -77,13 +88,15 @@ bool isGoodCallResult(kov::platform::networking::ISomeIpTransport::Result result
 
 template <typename Param>
 bool ClientA::mayCall(std::uint16_t serviceId, std::uint16_t methodId, Address& address) const {
-  if (gateAndAddress(serviceId, methodId, address)) {
+  // gateAndAddress(), inline (call_gate.hpp).
+  if (!offersMethod(serviceId, methodId)) {
+    refuseMissingMethod(serviceId, methodId);
+  } else if (availableAddress(servicesMutex_, services_, serviceId, address)) {
     return true;
+  } else {
+    refuseUnavailableService(serviceId);
   }
-  KOV_LOG(DEBUG, SENSOR_CONTROL_CLIENT_LOG_PATH)
-      << kov::common::types::utils::getTypeName<Param>()
-      << " not supported/available on this client - not calling the transport";
-  return false;
+  return refuseCall<Param>();
 }
 
 template <typename Wire, typename Typed>

@@ -2,31 +2,13 @@
 
 #include <utility>
 
+#include "call_gate.hpp"
 #include "sensor_services.hpp"
 
 namespace kov::drivers::lidar::vesk {
 
-namespace {
-
-/// The methods each service offers (the table of isMethodSupported), as a switch: the call gate of
-/// every getter and setter asks it.
-bool methodInTable(std::uint16_t serviceId, std::uint16_t methodId) {
-  switch (serviceId) {
-    case detail::SYSTEM_MODE_SERVICE_ID:
-      return methodId == 0x8001 || methodId == 0x8002;
-    case detail::SCAN_SERVICE_ID:
-      return methodId >= 0x8001 && methodId <= 0x8007;
-    case detail::SENSOR_INFO_SERVICE_ID:
-      return methodId == 0x0008 || methodId == 0x000A || methodId == 0x000B;
-    default:
-      return false;
-  }
-}
-
-}  // namespace
-
 bool isMethodSupported(std::uint16_t serviceId, std::uint16_t methodId) {
-  return methodInTable(serviceId, methodId);
+  return offersMethod(serviceId, methodId);
 }
 
 ClientA::ClientA(std::shared_ptr<Transport> transport, std::uint16_t sensorId)
@@ -156,23 +138,13 @@ bool ClientA::isSupportedAndAvailable(std::uint16_t serviceId, std::uint16_t met
 }
 
 bool ClientA::gateAndAddress(std::uint16_t serviceId, std::uint16_t methodId, Address& address) const {
-  if (!methodInTable(serviceId, methodId)) {
-    KOV_LOG(ERROR, SENSOR_CONTROL_CLIENT_LOG_PATH)
-        << "Service 0x" << std::hex << serviceId << " does not have a method with id 0x" << methodId;
-    return false;
+  if (!offersMethod(serviceId, methodId)) {
+    return refuseMissingMethod(serviceId, methodId);
   }
-  {
-    // The entry's instance id is the one getServiceAddress() reports: both are written together,
-    // under this lock, by setAvailable().
-    std::lock_guard<std::mutex> lock(servicesMutex_);
-    const auto it = services_.find(serviceId);
-    if (it != services_.end() && it->second.available) {
-      address = Address{serviceId, it->second.instanceId};
-      return true;
-    }
+  if (availableAddress(servicesMutex_, services_, serviceId, address)) {
+    return true;
   }
-  KOV_LOG(WARN, SENSOR_CONTROL_CLIENT_LOG_PATH) << "Service 0x" << std::hex << serviceId << " not available";
-  return false;
+  return refuseUnavailableService(serviceId);
 }
 
 }  // namespace kov::drivers::lidar::vesk
