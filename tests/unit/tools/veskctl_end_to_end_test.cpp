@@ -141,6 +141,13 @@ TEST(VeskctlEndToEndTest, GetSetListAndWatchPrintTheAnswerAndAvailabilityOnlyWhe
             "  sensor 0x0010  setDatapathDestinationInfo    ok      ipAddress=10.1.2.3  port=4000\n"
             "  sensor 0x0010  setSystemMode                 ok      mode=SCANNING\n");
 
+  // The ends of the documented ranges are accepted by veskctl, the library and the sensor.
+  const auto bounds = runVeskctl({"set", "--sensor", "0x11", "--datum", "-18", "--frame-rate", "1"});
+  EXPECT_EQ(bounds.status, 0) << bounds.out << bounds.err;
+  EXPECT_EQ(count(bounds.out, "setDesiredScanSettings +ok +frameRate=1  |setScanDatum +ok +elevation=-18\n"),
+            2U)
+      << bounds.out;
+
   const auto legacy = runVeskctl({"--legacy", "--sensors", "1", "list"});
   EXPECT_EQ(legacy.status, 0) << legacy.err;
   EXPECT_EQ(count(legacy.out, "services +ok +service0x0002=true  service0x0003=true  service0x0004=true\n"),
@@ -195,6 +202,7 @@ TEST(VeskctlEndToEndTest, BadCommandLinesExitWithTwoAndOneMessageNamingOptionVal
       {{"set", "--frame-rate", "nan"}, "--frame-rate nan: expected a frame rate from 1 to 30 Hz"},
       {{"set", "--frame-rate", "inf"}, "--frame-rate inf: expected a frame rate from 1 to 30 Hz"},
       {{"set", "--datum", "-19"}, "--datum -19: expected an elevation from -18 to 10 degrees"},
+      {{"set", "--datum", ""}, "--datum : expected an elevation from -18 to 10 degrees"},
       {{"set", "--destination", "300.1.1.1:2368"}, "--destination 300.1.1.1:2368" + destination},
       {{"set", "--destination", "1.2.3:80"}, "--destination 1.2.3:80" + destination},
       {{"set", "--destination", "10:80"}, "--destination 10:80" + destination},

@@ -35,8 +35,8 @@ struct RawOptions {
   std::string sdMulticast{TransportOptions::DEFAULT_SD_MULTICAST};
   std::string sdPort{std::to_string(TransportOptions::DEFAULT_SD_PORT)};
   std::string sensor;
-  std::string frameRate;
-  std::string datum;
+  std::optional<std::string> frameRate;
+  std::optional<std::string> datum;
   std::string watchSeconds{"2"};
 };
 
@@ -115,15 +115,15 @@ bool check(CommandLine& line, const RawOptions& raw, std::string& error) {
     return false;
   }
   line.common.sensor = raw.sensor;
-  if (!raw.frameRate.empty()) {
-    const auto rate = parseInRange("--frame-rate", raw.frameRate, FRAME_RATE_RANGE, error);
+  if (raw.frameRate) {
+    const auto rate = parseInRange("--frame-rate", *raw.frameRate, FRAME_RATE_RANGE, error);
     if (!rate) {
       return false;
     }
     line.set.frameRate = static_cast<float>(*rate);
   }
-  if (!raw.datum.empty()) {
-    const auto datum = parseInRange("--datum", raw.datum, DATUM_RANGE, error);
+  if (raw.datum) {
+    const auto datum = parseInRange("--datum", *raw.datum, DATUM_RANGE, error);
     if (!datum) {
       return false;
     }
