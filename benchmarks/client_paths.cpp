@@ -283,10 +283,11 @@ class ScanPatternBaseline : public PathRunner {
     std::memset(record, 0, sizeof(record));
     std::uint8_t* slot = record + 2;
     for (const auto& command : pattern.commands) {
-      if (command == nullptr || typeid(*command) != typeid(types::ScanPattern::PointCommand)) {
+      const types::ScanPattern::ICommand* const base = command.get();
+      if (base == nullptr || typeid(*base) != typeid(types::ScanPattern::PointCommand)) {
         return false;
       }
-      const auto& point = static_cast<const types::ScanPattern::PointCommand&>(*command);
+      const auto& point = static_cast<const types::ScanPattern::PointCommand&>(*base);
       const float azimuth = point.azimuth * 0.017453292F;
       const float elevation = point.elevation * 0.017453292F;
       if (!(azimuth >= -1.5707964F && azimuth <= 1.5707964F) ||
