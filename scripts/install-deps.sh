@@ -8,6 +8,9 @@ packages=(cmake g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchm
 # Packaging and documentation: CPack's Debian packages (dpkg-dev, file), pkg-config, man pages
 # generated from --help (help2man, man-db), the API reference (doxygen), the demo's JSON check (python3).
 packages+=(dpkg-dev file pkg-config help2man man-db doxygen python3)
+# The network tests: iproute2 (`ip netns` builds their hosts), tshark (decodes their capture), jq (reads
+# veskctl's and tshark's JSON).
+packages+=(iproute2 tshark jq)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
@@ -22,5 +25,7 @@ if [[ $(id -u) -ne 0 ]]; then
   sudo=(sudo)
 fi
 export DEBIAN_FRONTEND=noninteractive
+# tshark's package otherwise asks whether non-root users may capture; the tests capture as root.
+echo "wireshark-common wireshark-common/install-setuid boolean false" | "${sudo[@]}" debconf-set-selections
 "${sudo[@]}" apt-get update -qq || echo "apt-get update reported a problem; trying the install anyway"
 "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"

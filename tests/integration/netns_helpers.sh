@@ -1,0 +1,123 @@
+# Shared by the network tests (sourced): skipping, failing, namespaces, bounded waits and timestamped
+# output. Times are wall-clock microseconds from $EPOCHREALTIME; every wait has a deadline.
+export LC_ALL=C
+
+readonly SKIP_EXIT_CODE=77
+
+skip() {
+  echo "SKIP: $*"
+  exit "$SKIP_EXIT_CODE"
+}
+
+fail() {
+  echo "FAIL: $*"
+  exit 1
+}
+
+step() { echo "--- $*"; }
+
+now_us() {
+  local t=$EPOCHREALTIME
+  echo "${t/./}"
+}
+
+# Milliseconds from microsecond time $1 to $2, with one decimal.
+elapsed_ms() { echo "$((($2 - $1) / 1000)).$(((($2 - $1) % 1000) / 100))"; }
+
+# Skips the test unless this process may create network namespaces.
+require_netns() {
+  [[ $(id -u) -eq 0 ]] || skip "needs root to create network namespaces (CI runs as root)"
+  command -v ip >/dev/null || skip "the ip command (iproute2) is not installed"
+  local probe="kovprobe-$$"
+  ip netns add "$probe" 2>/dev/null || skip "'ip netns add' is not possible here (no CAP_SYS_ADMIN or no netns support)"
+  ip netns del "$probe"
+}
+
+# Kills what still runs in namespace $1, then removes it.
+remove_netns() {
+  local ns=$1 pid
+  ip netns list 2>/dev/null | grep -qw "^$ns" || return 0
+  for pid in $(ip netns pids "$ns" 2>/dev/null); do
+    kill -KILL "$pid" 2>/dev/null || true
+  done
+  ip netns del "$ns" 2>/dev/null || true
+}
+
+# Copies stdin to stdout, each line prefixed with the wall-clock time it was read (microseconds).
+stamp_lines() {
+  local line
+  while IFS= read -r line; do
+    printf '%s %s\n' "$(now_us)" "$line"
+  done
+}
+
+# Lines of timestamped file $1 that match extended regex $2 and are stamped at or after time $3.
+lines_since() { awk -v since="$3" -v pattern="$2" '$1 >= since && $0 ~ pattern' "$1" 2>/dev/null; }
+
+# Waits until file $1 holds at least $3 lines matching $2 stamped at or after $4, for at most $5 ms.
+# Prints the time stamp of the last line counted; false on timeout.
+wait_for_lines() {
+  local file=$1 pattern=$2 count=$3 since=$4 deadline=$(($(now_us) + $5 * 1000)) found
+  while (($(now_us) < deadline)); do
+    found="$(lines_since "$file" "$pattern" "$since" | sed -n "${count}p")"
+    if [[ -n "$found" ]]; then
+      echo "${found%% *}"
+      return 0
+    fi
+    sleep 0.02
+  done
+  return 1
+}
+
+# Waits until file $1 (not timestamped) contains fixed text $2, for at most $3 ms.
+wait_for_text() {
+  local deadline=$(($(now_us) + $3 * 1000))
+  until grep -qF -- "$2" "$1" 2>/dev/null; do
+    (($(now_us) < deadline)) || return 1
+    sleep 0.02
+  done
+}
+
+# Waits up to $2 ms for child process $1 to end and puts its exit status in $exit_status; when it
+# hangs, kills it and returns false.
+exit_status=""
+wait_exit() {
+  local pid=$1 deadline=$(($(now_us) + $2 * 1000))
+  exit_status=0
+  while kill -0 "$pid" 2>/dev/null; do
+    if (($(now_us) >= deadline)); then
+      kill -KILL "$pid" 2>/dev/null || true
+      wait "$pid" 2>/dev/null || true
+      exit_status="hung"
+      return 1
+    fi
+    sleep 0.02
+  done
+  wait "$pid" || exit_status=$?
+}
+
+# Prints the time by which every one of $4 (sensor, service) pairs was reported available ($3 = true)
+# or unavailable ($3 = false) in timestamped `veskctl --json -v watch` output $1, counting only reports
+# stamped at or after $2. With $5 = latest (the default) each pair's latest report must say so; with
+# $5 = first each pair's first such report counts, even when later ones say otherwise. False while
+# some pair lacks it.
+reported_all() {
+  lines_since "$1" '"type":"availability"' "$2" |
+    jq -R -s -e -r --argjson want "$3" --argjson pairs "$4" --arg which "${5:-latest}" '
+    [split("\n")[] | select(length > 0) | capture("^(?<t>[0-9]+) (?<j>.*)$")
+     | (.j | fromjson) + {t: (.t | tonumber)}]
+    | if $which == "first" then map(select(.available == $want)) else . end
+    | group_by("\(.sensorHex)/\(.service)")
+    | map(if $which == "first" then first else last end) as $reports
+    | if ($reports | length) == $pairs and all($reports[]; .available == $want)
+      then ($reports | map(.t) | max) else empty end' 2>/dev/null
+}
+
+# reported_all file since want pairs, retried for at most $5 ms; $6 is reported_all's $5.
+wait_reported() {
+  local deadline=$(($(now_us) + $5 * 1000))
+  until reported_all "$1" "$2" "$3" "$4" "${6:-latest}"; do
+    (($(now_us) < deadline)) || return 1
+    sleep 0.02
+  done
+}

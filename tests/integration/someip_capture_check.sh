@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# Decodes a capture of vesk-sensord and veskctl with tshark, an independent SOME/IP decoder, and checks
+# that every datagram is SOME/IP or SOME/IP-SD that tshark accepts without an expert warning or error,
+# and that ids, types, return codes, sizes, SD entries and endpoints are the ones the programs meant to
+# send (someip_capture_checks.jq).
+# Usage: someip_capture_check.sh <capture> <sensor address> <instance ids, comma separated> <offer TTL>
+#        [<instance>=<port>,... as veskctl list printed the endpoints>]
+set -euo pipefail
+export LC_ALL=C
+
+capture=$1 sensor=$2 instances=$3 ttl=$4 listed=${5:-}
+here="$(cd "$(dirname "$0")" && pwd)"
+scratch="$(mktemp -d)"
+trap 'rm -rf "$scratch"' EXIT
+
+# A warning or error in tshark's expert info, or a packet it calls malformed.
+expert_filter='_ws.expert.severity >= "Warning" || _ws.malformed'
+
+# The SD port is decoded as SOME/IP; so is every other UDP port in the capture (the daemon's and
+# clients' data ports), so that nothing depends on tshark learning them from the SD endpoints.
+decode=(-d "udp.port==30490,someip")
+while read -r port; do
+  decode+=(-d "udp.port==$port,someip")
+done < <(tshark -r "$capture" -Y udp -T fields -e udp.srcport -e udp.dstport 2>/dev/null | tr '\t' '\n' | sort -un)
+
+# The filter must catch a broken message with this tshark: an SD entries array of 17 bytes.
+printf '%s\n' '0000  ff ff 81 00 00 00 00 1d 00 00 00 01 01 01 02 00' \
+  '0010  c0 00 00 00 00 00 00 11 01 00 00 00 00 02 00 10' \
+  '0020  00 00 00 02 00 00 00 00 00' > "$scratch/broken.txt"
+text2pcap -q -u 30490,30490 -4 127.0.0.9,224.224.224.245 "$scratch/broken.txt" "$scratch/broken.pcap" >/dev/null 2>&1
+if [[ -z "$(tshark -r "$scratch/broken.pcap" "${decode[@]}" -Y "$expert_filter" -T fields -e frame.number 2>/dev/null)" ]]; then
+  echo "FAIL: the expert-info filter did not flag a broken SD message; the capture check cannot be trusted"
+  exit 1
+fi
+
+status=0
+flagged="$(tshark -r "$capture" "${decode[@]}" -Y "$expert_filter" \
+  -T fields -e frame.number -e _ws.expert.severity -e _ws.expert.message 2>/dev/null)"
+if [[ -n "$flagged" ]]; then
+  echo "FAIL: tshark reports expert warnings or errors (frame, severity, message):"
+  echo "$flagged" | head -20
+  status=1
+fi
+
+tshark -r "$capture" "${decode[@]}" -T json --no-duplicate-keys 2>/dev/null > "$scratch/capture.json"
+jq -r --arg sensor "$sensor" --arg instances "$instances" --argjson ttl "$ttl" --arg listed "$listed" \
+  -f "$here/someip_capture_checks.jq" "$scratch/capture.json" > "$scratch/verdict.txt"
+if grep -q '^FAIL' "$scratch/verdict.txt"; then
+  echo "capture check: $(grep -c '^FAIL' "$scratch/verdict.txt") problems (first 30):"
+  grep '^FAIL' "$scratch/verdict.txt" | head -30
+  status=1
+fi
+echo "capture: $(grep '^counted' "$scratch/verdict.txt")"
+exit "$status"

@@ -1,0 +1,163 @@
+# Checks a capture of a SOME/IP session between vesk-sensord and veskctl, as tshark decoded it
+# (tshark -T json --no-duplicate-keys), against the protocol and against the sensors' service tables.
+# Arguments: --arg sensor <daemon's IPv4 address>, --arg instances "0x0010,0x0011", --argjson ttl <offer TTL>,
+# --arg listed "0x0010=<port>,..." (the endpoints veskctl list printed; may be empty).
+# Prints one "FAIL: ..." line per problem, then one "counted: ..." summary line.
+
+# The sensors' methods, written from the library's method table:
+# "service/method": [request payload bytes, response payload bytes].
+def methods: {
+  "0x0002/0x8001": [0, 1], "0x0002/0x8002": [1, 0],
+  "0x0003/0x8001": [0, 7], "0x0003/0x8002": [7, 0], "0x0003/0x8003": [0, 4], "0x0003/0x8004": [4, 0],
+  "0x0003/0x8005": [1322, 0], "0x0003/0x8006": [0, 8], "0x0003/0x8007": [0, 1],
+  "0x0004/0x0008": [0, 256], "0x0004/0x000a": [0, 6], "0x0004/0x000b": [6, 0]
+};
+# Events as they travel: wire event id = 0x8000 | library event id; "service/event": payload bytes.
+def events: {
+  "0x0002/0x8001": 1, "0x0002/0x8002": 22,
+  "0x0003/0x8001": 8, "0x0003/0x8002": 4, "0x0003/0x8003": 1
+};
+def eventgroups: {"0x0002": "0x0002", "0x0003": "0x0003"};
+def services: ["0x0002", "0x0003", "0x0004"];
+
+def many: if . == null then [] elif type == "array" then . else [.] end;
+def hex: ascii_downcase | ltrimstr("0x") | explode
+  | reduce .[] as $c (0; . * 16 + (if $c >= 97 then $c - 87 else $c - 48 end));
+def multicast: (split(".")[0] | tonumber) as $first | $first >= 224 and $first <= 239;
+
+# One record per SOME/IP message, with its SD entries (each with the options its first run references).
+def messages:
+  [ .[]._source.layers
+    | select(.udp != null)
+    | { frame: (.frame["frame.number"] | tonumber),
+        src: .ip["ip.src"], dst: .ip["ip.dst"],
+        sport: (.udp["udp.srcport"] | tonumber), dport: (.udp["udp.dstport"] | tonumber),
+        sd: (.someipsd | many) } as $f
+    | (.someip | many) as $parts
+    | if ($parts | length) == 0 then $f + {undecoded: true}
+      else $parts[] as $m
+        | $f + {
+            service: $m["someip.serviceid"], method: $m["someip.methodid"],
+            payload: (($m["someip.length"] | tonumber) - 8),
+            client: $m["someip.clientid"], session: ($m["someip.sessionid"] | hex),
+            protocol: $m["someip.protoversion"], interface: $m["someip.interfaceversion"],
+            type: $m["someip.messagetype"], code: $m["someip.returncode"] }
+      end ];
+
+def sdEntries($sd):
+  ($sd["someipsd.options"] // {} | to_entries | map(.value)) as $options
+  | ($sd["someipsd.entries"]["someipsd.entry"] | many)[]
+  | (.["someipsd.entry.index1"] | hex) as $first
+  | (.["someipsd.entry.numopt1"] | hex) as $count
+  | { type: .["someipsd.entry.type"], service: .["someipsd.entry.serviceid"],
+      instance: .["someipsd.entry.instanceid"], ttl: (.["someipsd.entry.ttl"] | tonumber),
+      eventgroup: .["someipsd.entry.eventgroupid"],
+      endpoints: [ $options[$first:$first + $count][]
+                   | { type: .["someipsd.option.type"], address: .["someipsd.option.ipv4address"],
+                       proto: .["someipsd.option.proto"],
+                       port: ((.["someipsd.option.port"] // "0") | tonumber) } ] };
+
+def problem($m; $text): .problems += ["frame \($m.frame) (\($m.src):\($m.sport) -> \($m.dst):\($m.dport)): \($text)"];
+def count($what): .counts[$what] += 1;
+
+def checkSdEntry($m; $e; $instances; $ttl):
+  ("\($e.service)/\($e.instance)") as $id
+  | if $m.src == $sensor then
+      if $e.type == "0x01" then
+        count(if $e.ttl == 0 then "stopOffer" else "offer" end)
+        | if ($e.ttl == 0) then .stopped[$id] = true else . end
+        | if ($e.ttl != 0 and $e.ttl != $ttl) then problem($m; "offer \($id) with TTL \($e.ttl), expected \($ttl)") else . end
+        | if (services | index($e.service)) == null or ($instances | index($e.instance)) == null
+          then problem($m; "offer of unexpected service/instance \($id)") else . end
+        | if ($e.ttl > 0) then .offered[$id] = true else . end
+        | if ($e.endpoints | length) != 1 then problem($m; "offer \($id) references \($e.endpoints | length) options, expected one endpoint")
+          else $e.endpoints[0] as $o
+            | if $o.type != "4" or $o.address != $sensor or $o.proto != "17" or $o.port == 0
+              then problem($m; "offer \($id) endpoint type \($o.type) \($o.address):\($o.port) proto \($o.proto), expected IPv4 UDP endpoint on \($sensor)")
+              else .servicePorts["\($o.port)/\($e.service)"] = true | .offeredPorts["\($e.instance)=\($o.port)"] = true end
+          end
+      elif $e.type == "0x07" then
+        count(if $e.ttl == 0 then "subscribeNack" else "subscribeAck" end)
+        | if .subscribed["\($m.dst)/\($id)/\($e.eventgroup)"] != true
+          then problem($m; "ack/nack of eventgroup \($e.eventgroup) of \($id) that \($m.dst) did not subscribe to") else . end
+      else problem($m; "entry type \($e.type) sent by the sensor, expected 0x01 (offer) or 0x07 (ack)") end
+    else
+      if $e.type == "0x00" then
+        count("find")
+        | if (services | index($e.service)) == null then problem($m; "find for unexpected service \($e.service)") else . end
+      elif $e.type == "0x06" then
+        count(if $e.ttl == 0 then "stopSubscribe" else "subscribe" end)
+        | if eventgroups[$e.service] != $e.eventgroup
+          then problem($m; "subscribe to eventgroup \($e.eventgroup) of service \($e.service), expected \(eventgroups[$e.service])") else . end
+        | if $e.ttl == 0 then .
+          elif ($e.endpoints | length) != 1 then problem($m; "subscribe \($id) references \($e.endpoints | length) options, expected one endpoint")
+          else $e.endpoints[0] as $o
+            | if $o.type != "4" or $o.address != $m.src or $o.proto != "17" or $o.port == 0
+              then problem($m; "subscribe \($id) endpoint type \($o.type) \($o.address):\($o.port) proto \($o.proto), expected IPv4 UDP endpoint on \($m.src)")
+              else .subscribed["\($m.src)/\($id)/\($e.eventgroup)"] = true
+                | .eventPorts["\($o.address):\($o.port)/\($e.service)"] = true end
+          end
+      else problem($m; "entry type \($e.type) sent by a client, expected 0x00 (find) or 0x06 (subscribe)") end
+    end;
+
+def checkSd($m; $instances; $ttl):
+  count("sd")
+  | if $m.method != "0x8100" or $m.type != "0x02" or $m.code != "0x00" or $m.client != "0x0000" or $m.interface != "0x01"
+    then problem($m; "SD header method \($m.method) type \($m.type) code \($m.code) client \($m.client) interface \($m.interface)") else . end
+  | if $m.sport != 30490 or $m.dport != 30490 then problem($m; "SD message not from and to port 30490") else . end
+  | ($m.sd[0]["someipsd.flags_tree"]) as $flags
+  | if $m.src == $sensor and ($flags["someipsd.flags.reboot"] != "1" or $flags["someipsd.flags.unicast"] != "1")
+    then problem($m; "sensor's SD flags \($m.sd[0]["someipsd.flags"]), expected reboot and unicast set") else . end
+  # Session ids count up by one per sender and destination (multicast and each unicast peer apart);
+  # a restarted sender begins again at 1 with the reboot flag.
+  | ("\($m.src)>" + (if ($m.dst | multicast) then "multicast" else $m.dst end)) as $channel
+  | .sessions[$channel] as $last
+  | if $last != null and $m.session != $last + 1 and ($m.session != 1 or $flags["someipsd.flags.reboot"] != "1")
+    then problem($m; "SD session \($m.session) after \($last) on \($channel)") else . end
+  | .sessions[$channel] = $m.session
+  | reduce sdEntries($m.sd[0]) as $e (.; checkSdEntry($m; $e; $instances; $ttl));
+
+def checkCall($m):
+  ("\($m.service)/\($m.method)") as $id
+  | if $m.type == "0x00" then
+      count("request")
+      | if methods[$id] == null then problem($m; "request for unknown method \($id)")
+        elif methods[$id][0] != $m.payload then problem($m; "request \($id) with \($m.payload) payload bytes, expected \(methods[$id][0])")
+        else . end
+      | if $m.dst != $sensor or $m.src == $sensor then problem($m; "request not sent to the sensor") else . end
+      | if .servicePorts["\($m.dport)/\($m.service)"] != true then problem($m; "request \($id) to port \($m.dport), which no offer of \($m.service) named") else . end
+      | if $m.session == 0 or $m.client != "0x1000" then problem($m; "request id \($m.client)/\($m.session), expected client 0x1000 and a session from 1") else . end
+      | .pending["\($m.src):\($m.sport)>\($m.dport)/\($id)/\($m.client)/\($m.session)"] = $m.frame
+    elif $m.type == "0x80" then
+      count("response")
+      | ("\($m.dst):\($m.dport)>\($m.sport)/\($id)/\($m.client)/\($m.session)") as $key
+      | if .pending[$key] == null then problem($m; "response \($id) \($m.client)/\($m.session) without a request") else . end
+      | del(.pending[$key])
+      | if $m.code != "0x00" then problem($m; "response \($id) with return code \($m.code)") else . end
+      | if methods[$id] != null and methods[$id][1] != $m.payload
+        then problem($m; "response \($id) with \($m.payload) payload bytes, expected \(methods[$id][1])") else . end
+    elif $m.type == "0x02" then
+      count("notification")
+      | if events[$id] == null then problem($m; "notification of unknown event \($id)")
+        elif events[$id] != $m.payload then problem($m; "event \($id) with \($m.payload) payload bytes, expected \(events[$id])")
+        else . end
+      | if $m.src != $sensor then problem($m; "notification not sent by the sensor") else . end
+      | if .eventPorts["\($m.dst):\($m.dport)/\($m.service)"] != true
+        then problem($m; "event \($id) to \($m.dst):\($m.dport), which subscribed to no eventgroup of \($m.service)") else . end
+    else problem($m; "message type \($m.type) (\($id)), expected 0x00, 0x80 or 0x02") end;
+
+($instances | split(",")) as $instances
+| reduce messages[] as $m ({problems: [], counts: {}, sessions: {}, pending: {}};
+    if $m.undecoded then problem($m; "UDP datagram not decoded as SOME/IP")
+    elif $m.protocol != "0x01" then problem($m; "protocol version \($m.protocol), expected 0x01")
+    elif $m.service == "0xffff" and $m.method == "0x8100" then checkSd($m; $instances; $ttl)
+    else checkCall($m) end)
+| reduce (.pending | to_entries[]) as $p (.; .problems += ["request in frame \($p.value) got no response"])
+| reduce ([services[] as $s | $instances[] as $i | "\($s)/\($i)"][]) as $id (.;
+    if .offered[$id] != true then .problems += ["\($id) was never offered"] else . end
+    | if .stopped[$id] != true then .problems += ["\($id) was never withdrawn with a StopOffer"] else . end)
+| reduce ($listed | split(",")[] | select(length > 0)) as $endpoint (.;
+    if .offeredPorts[$endpoint] != true then .problems += ["no offer carries the endpoint that list printed: \($endpoint)"] else . end)
+| reduce ("find", "offer", "stopOffer", "subscribe", "subscribeAck", "request", "response", "notification") as $k (.;
+    if (.counts[$k] // 0) == 0 then .problems += ["no \($k) in the capture"] else . end)
+| (.problems[] | "FAIL: " + .), ("counted: " + (.counts | to_entries | map("\(.key) \(.value)") | join(", ")))
