@@ -19,7 +19,8 @@ const char* const SET_FOOTER =
 
 const char* const WATCH_FOOTER =
     "Event values (names as in the library; units and meanings as the simulated sensors assign them):\n"
-    "  achievedScanSettings  value1 = frame rate achieved (Hz), value2 = horizontal lines per frame\n"
+    "  achievedScanSettings  value1 = frame rate achieved (Hz), value2 = 64 x the interlace factor\n"
+    "                        (64 without interlace, 128 with INTERLACE_2, ...); both 0 unless scanning\n"
     "  sensorHealthStatus    value1 = housing temperature (degrees C), value2 = supply voltage (V),\n"
     "                        value3 = time since power-on (s); flag1 = laser emitting, flag2 = mirror\n"
     "                        moving, flag3 = self test passed, flag4 = time synchronised, flag5 = parked\n"
