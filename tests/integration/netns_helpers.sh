@@ -93,7 +93,7 @@ wait_exit() {
     fi
     sleep 0.02
   done
-  wait "$pid" || exit_status=$?
+  wait "$pid" 2>/dev/null || exit_status=$?  # no "Killed" job notice on stderr
 }
 
 # Prints the time by which every one of $4 (sensor, service) pairs was reported available ($3 = true)
