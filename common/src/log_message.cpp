@@ -1,5 +1,7 @@
 #include "common/log/log_message.hpp"
 
+#include <pthread.h>
+
 #include <chrono>
 #include <cstdint>
 #include <exception>
@@ -11,7 +13,8 @@
 namespace kov::common::log {
 
 LogMessage::LogMessage(const char* file, unsigned int line, LogLevel level, ILogger& logger) : logger_(logger) {
-  const auto threadId = static_cast<std::uint32_t>(kov::platform::process::getIdOfCurrentThread());
+  // getIdOfCurrentThread() is pthread_self(); called directly, as on every message.
+  const auto threadId = static_cast<std::uint32_t>(pthread_self());
   const auto processId = static_cast<std::uint32_t>(kov::platform::process::getIdOfCurrentProcess());
   const auto now = std::chrono::steady_clock::now();
   // A new record, or the thread's previous one when nobody kept it (see log_record_cache.hpp).

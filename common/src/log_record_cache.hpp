@@ -124,7 +124,6 @@ std::shared_ptr<LogData> acquireLogRecord(const char* file, std::chrono::steady_
       record->line = line;
       record->processId = processId;
       record->threadId = threadId;
-      record->destination = nullptr;
       record->discarded = false;
       return record;
     }

@@ -81,6 +81,44 @@ void discardUnread(const OstreamLogger& logger, LogData& data) {
   data.stream.setstate(std::ios_base::failbit);
 }
 
+/// Writes "[pid.tid(name)] " and, when `withLevelName`, the level name and ": " into the record.
+/// Out of line: a dropped record's way through initLogMessage stays short.
+[[gnu::noinline]] void writeLinePrefix(LogData& data, bool withLevelName) {
+  std::ostream& out = data.stream;
+  // Read on every line: the thread may have been renamed since its last message.
+  const std::string threadName = kov::platform::process::getNameOfCurrentThread();
+  if (!printsPlainDecimal(out) || threadName.size() > THREAD_NAME_LIMIT) {
+    out << '[' << data.processId << '.' << data.threadId;
+    if (!threadName.empty()) {
+      out << '(' << threadName << ')';
+    }
+    out << "] ";
+    if (withLevelName) {
+      out << LogMessage::getLevelName(data.level) << ": ";
+    }
+    return;
+  }
+  // The same characters, formatted by hand and written at once.
+  char prefix[PREFIX_CAPACITY];
+  char* end = prefix;
+  *end++ = '[';
+  end = appendDecimal(end, data.processId);
+  *end++ = '.';
+  end = appendDecimal(end, data.threadId);
+  if (!threadName.empty()) {
+    *end++ = '(';
+    end = appendText(end, threadName.data(), threadName.size());
+    *end++ = ')';
+  }
+  end = appendText(end, "] ", 2);
+  if (withLevelName) {
+    const char* levelName = LogMessage::getLevelName(data.level);
+    end = appendText(end, levelName, std::strlen(levelName));
+    end = appendText(end, ": ", 2);
+  }
+  out.write(prefix, end - prefix);
+}
+
 }  // namespace
 
 OstreamLogger::OstreamLogger(std::ostream& stream) : stream(stream) { useDefaultLogFormat.store(false); }
@@ -92,40 +130,7 @@ void OstreamLogger::initLogMessage(const std::shared_ptr<LogData>& data) {
     discardUnread(*this, *data);
     return;
   }
-  std::ostream& out = data->stream;
-  // Read on every line: the thread may have been renamed since its last message.
-  const std::string threadName = kov::platform::process::getNameOfCurrentThread();
-  const bool withLevelName = !colorize.load();
-  if (!printsPlainDecimal(out) || threadName.size() > THREAD_NAME_LIMIT) {
-    out << '[' << data->processId << '.' << data->threadId;
-    if (!threadName.empty()) {
-      out << '(' << threadName << ')';
-    }
-    out << "] ";
-    if (withLevelName) {
-      out << LogMessage::getLevelName(data->level) << ": ";
-    }
-    return;
-  }
-  // The same characters, formatted by hand and written at once.
-  char prefix[PREFIX_CAPACITY];
-  char* end = prefix;
-  *end++ = '[';
-  end = appendDecimal(end, data->processId);
-  *end++ = '.';
-  end = appendDecimal(end, data->threadId);
-  if (!threadName.empty()) {
-    *end++ = '(';
-    end = appendText(end, threadName.data(), threadName.size());
-    *end++ = ')';
-  }
-  end = appendText(end, "] ", 2);
-  if (withLevelName) {
-    const char* levelName = LogMessage::getLevelName(data->level);
-    end = appendText(end, levelName, std::strlen(levelName));
-    end = appendText(end, ": ", 2);
-  }
-  out.write(prefix, end - prefix);
+  writeLinePrefix(*data, !colorize.load());
 }
 
 void OstreamLogger::sendLogMessage(std::shared_ptr<LogData> data) {
