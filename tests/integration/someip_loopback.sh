@@ -94,6 +94,14 @@ listed="$(jq -r -s --arg sensor "$SENSOR" 'map(select(.operation == "services") 
 [[ "$listed" =~ ^0x0010=[0-9]+,0x0011=[0-9]+$ ]] || fail "list did not show each sensor's endpoint on $SENSOR: $listed"
 
 step "every getter, defaults"
+# A started sensor passes through INITIALIZING to STANDBY; wait for that before reading the defaults.
+standby=""
+for _ in $(seq 1 25); do
+  ctl "$CALLER" get mode > "$work/get_mode.out" 2> "$work/get_mode.err" || fail "veskctl get mode failed"
+  [[ "$(jq -s -c 'map(.value.mode)' "$work/get_mode.out")" == '["STANDBY","STANDBY"]' ]] && { standby=yes; break; }
+  sleep 0.2
+done
+[[ -n "$standby" ]] || fail "the sensors did not reach STANDBY after the daemon started"
 ctl "$CALLER" get all > "$work/get_defaults.out" 2> "$work/get_defaults.err" || fail "veskctl get all failed"
 (($(jq -s 'map(select(.ok)) | length' "$work/get_defaults.out") == 14)) || fail "get all: not 7 successful getters per sensor"
 for sensor in 16 17; do
