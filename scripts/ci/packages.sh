@@ -4,7 +4,7 @@
 # find_package, and runs them and the installed tools. The packages are purged again at the end.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
-build="$(pwd)/${1:-build/default}"
+build="$(realpath "${1:-build/default}")"
 sudo=()
 if [[ $(id -u) -ne 0 ]]; then
   sudo=(sudo)
