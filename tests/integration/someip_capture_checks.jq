@@ -108,11 +108,13 @@ def checkSd($m; $instances; $ttl):
   | ($m.sd[0]["someipsd.flags_tree"]) as $flags
   | if $m.src == $sensor and ($flags["someipsd.flags.reboot"] != "1" or $flags["someipsd.flags.unicast"] != "1")
     then problem($m; "sensor's SD flags \($m.sd[0]["someipsd.flags"]), expected reboot and unicast set") else . end
-  # Session ids count up by one per sender and destination (multicast and each unicast peer apart);
-  # a restarted sender begins again at 1 with the reboot flag.
+  # Session ids start at 1 and count up by one per sender and destination (multicast and each unicast
+  # peer apart); a restarted sender begins again at 1 with the reboot flag. The capture starts before
+  # any program does, so it holds every channel's first message.
   | ("\($m.src)>" + (if ($m.dst | multicast) then "multicast" else $m.dst end)) as $channel
   | .sessions[$channel] as $last
-  | if $last != null and $m.session != $last + 1 and ($m.session != 1 or $flags["someipsd.flags.reboot"] != "1")
+  | if $last == null and $m.session != 1 then problem($m; "first SD session on \($channel) is \($m.session), expected 1")
+    elif $last != null and $m.session != $last + 1 and ($m.session != 1 or $flags["someipsd.flags.reboot"] != "1")
     then problem($m; "SD session \($m.session) after \($last) on \($channel)") else . end
   | .sessions[$channel] = $m.session
   | reduce sdEntries($m.sd[0]) as $e (.; checkSdEntry($m; $e; $instances; $ttl));
