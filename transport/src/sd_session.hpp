@@ -33,10 +33,15 @@ class RebootDetector {
  public:
   /// Records one message; true when it shows that the peer rebooted since its previous message on the
   /// same channel: the reboot flag is set and was clear before, or the session id did not increase.
+  /// A reboot seen on one channel also forgets the other channel's record, which belongs to the peer's
+  /// previous life: its first message there after the reboot must not count as a second reboot.
   bool update(std::uint32_t peerIp, bool multicast, bool rebootFlag, std::uint16_t session) {
     auto& last = peers_[{peerIp, multicast}];
     const bool rebooted = last.seen && rebootFlag && (!last.rebootFlag || session <= last.session);
     last = {true, rebootFlag, session};
+    if (rebooted) {
+      peers_.erase({peerIp, !multicast});
+    }
     return rebooted;
   }
 

@@ -223,7 +223,9 @@ TEST(RebootDetector, SessionGoingBackOrFlagComingBackIsARebootPerPeerAndChannel)
       {PEER_A, true, true, 9, true},     // flag set again
       {PEER_B, true, true, 100, false},  // another peer
       {PEER_B, true, true, 101, false},  //
-      {PEER_A, false, true, 1, true},    // unicast went back
+      {PEER_A, false, true, 1, false},   // unicast record forgotten at the multicast reboot: first again
+      {PEER_A, false, true, 1, true},    // unicast did not increase
+      {PEER_A, true, true, 10, false},   // multicast record forgotten at the unicast reboot
   };
   RebootDetector detector;
   for (std::size_t i = 0; i < steps.size(); ++i) {
