@@ -210,6 +210,10 @@ for sensor in 16 17; do
   wait_for_lines "$work/crashes.out" "\"sensor\":$sensor.*\"event\":\"scanDatum\",\"value\":\\{\"elevation\":-1\\}" 1 "$set_at" 3000 \
     > /dev/null || fail "no scan datum event of sensor $sensor after the reboot"
 done
+# Multicast and unicast SD both show the restart; it is still one reboot.
+reboots_final=$(grep -c "SOME/IP-SD peer $SENSOR rebooted" "$work/crashes.err" || true)
+((reboots_final == reboots_before + 1)) ||
+  fail "one restart was logged as $((reboots_final - reboots_before)) reboots"
 kill -TERM "$daemon_pid"
 wait_exit "$daemon_pid" 5000 && [[ "$exit_status" == 0 ]] || fail "vesk-sensord did not end cleanly on SIGTERM"
 wait_exit "$watch_pid" 15000 || fail "veskctl watch did not end"
