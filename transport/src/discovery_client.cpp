@@ -81,6 +81,15 @@ void DiscoveryClient::poll(Clock::time_point now, SdOutbox& out, std::vector<Ava
     }
     it = next;
   }
+  // A requested service with no offer left is searched for again, as when it was first requested, in
+  // case its server answers finds but sends no cyclic offers.
+  for (const auto serviceId : restartFinds_) {
+    const auto find = finds_.find(serviceId);
+    if (find != finds_.end() && !isOffered(serviceId)) {
+      find->second = RepetitionSchedule(now + initialDelay_(), false);
+    }
+  }
+  restartFinds_.clear();
   for (auto& [serviceId, schedule] : finds_) {
     if (schedule.due() > now) {
       continue;
@@ -98,6 +107,9 @@ void DiscoveryClient::poll(Clock::time_point now, SdOutbox& out, std::vector<Ava
 }
 
 Clock::time_point DiscoveryClient::nextDeadline() const {
+  if (!restartFinds_.empty()) {
+    return Clock::time_point{};  // due at once: the restart is scheduled at the next poll
+  }
   Clock::time_point next = Clock::time_point::max();
   for (const auto& [serviceId, schedule] : finds_) {
     next = std::min(next, schedule.due());
@@ -136,8 +148,12 @@ std::vector<Address> DiscoveryClient::offeredAddresses() const {
 }
 
 void DiscoveryClient::drop(OfferMap::iterator it, std::vector<AvailabilityChange>& changes) {
+  const std::uint16_t serviceId = it->first.serviceId;
   changes.push_back({it->first, false});
   offers_.erase(it);
+  if (finds_.count(serviceId) != 0 && !isOffered(serviceId)) {
+    restartFinds_.insert(serviceId);
+  }
 }
 
 }  // namespace kov::platform::networking::someip::detail

@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "repetition_schedule.hpp"
@@ -19,7 +20,8 @@ struct RemoteOffer {
 };
 
 /// The finding side of service discovery, without sockets or clocks: FindService for requested
-/// services (initial wait, repetitions, then quiet once any instance is offered), the offers that peers
+/// services (initial wait, repetitions, then quiet once any instance is offered; started over when the
+/// last offered instance of a requested service goes away), the offers that peers
 /// announce with their endpoints and TTLs, StopOffer, TTL expiry and peer reboots. Every change of an
 /// instance's availability is appended to the caller's list. Not thread-safe: the owner serialises.
 class DiscoveryClient {
@@ -57,6 +59,7 @@ class DiscoveryClient {
   const TransportOptions& options_;
   std::function<std::chrono::milliseconds()> initialDelay_;
   std::map<std::uint16_t, RepetitionSchedule> finds_;  // by requested service id
+  std::set<std::uint16_t> restartFinds_;               // requested services whose last offer went away
   OfferMap offers_;
 };
 

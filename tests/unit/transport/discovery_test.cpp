@@ -139,6 +139,12 @@ TEST(DiscoveryClient, StopsFindingOnceOffered) {
   EXPECT_EQ(client.nextDeadline(), T0 + 60ms + 3s);  // only the offer's expiry is left
   EXPECT_TRUE(sendTimes(client, T0 + 61ms, 2000ms).empty());
 
+  // Its last instance withdrawn, the service is searched for again from the initial wait on.
+  client.onOfferEntry(T0 + 3000ms, PEER_A, offerEntry(SERVICE_10, 0, ENDPOINT_A), changes);
+  EXPECT_EQ(text(changes), "+16 -16 ");
+  EXPECT_EQ(sendTimes(client, T0 + 3000ms, 2000ms), (std::vector<long>{50, 80, 140, 260}));
+  client.onOfferEntry(T0 + 5100ms, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A), changes);
+
   // A service that is offered already when it is requested is not searched for at all.
   client.requestService(0x1234, T0);  // still requested: nothing new
   client.releaseService(0x1234);
