@@ -159,7 +159,7 @@ wait_exit "$daemon_pid" 5000 || fail "vesk-sensord did not exit within 5 s of SI
 grep -q "SIGTERM, withdrawing offers" "$work/sensord$generation.out" || fail "vesk-sensord did not say it withdrew its offers"
 term_ms=$(elapsed_ms "$term_at" "$gone_at")
 echo "unavailable ${term_ms} ms after SIGTERM"
-((gone_at - term_at < 500000)) || fail "unavailable only ${term_ms} ms after SIGTERM: no StopOffer seen (TTL ${TTL} s)"
+((gone_at - term_at < 1000000)) || fail "unavailable only ${term_ms} ms after SIGTERM: no StopOffer seen (TTL ${TTL} s)"
 wait_exit "$watch_pid" 15000 || fail "veskctl watch did not end"
 
 step "SIGKILL: no StopOffer, unavailable after the offer TTL"
@@ -199,7 +199,7 @@ gone_at=$(wait_reported "$work/crashes.out" "$crash_at" false "$PAIRS" 3000 firs
   fail "the restarted daemon's reboot was not reported (services still available)"
 reboot_ms=$(elapsed_ms "$crash_at" "$gone_at")
 echo "unavailable ${reboot_ms} ms after kill and restart (reboot detection)"
-((gone_at - crash_at < 800000)) || fail "unavailable only ${reboot_ms} ms after kill and restart: the TTL ran out, the reboot went unseen"
+((gone_at - crash_at < 1500000)) || fail "unavailable only ${reboot_ms} ms after kill and restart: the TTL ran out, the reboot went unseen"
 reboots_after=$(grep -c "SOME/IP-SD peer $SENSOR rebooted" "$work/crashes.err" || true)
 ((reboots_after > reboots_before)) || fail "veskctl did not log 'SOME/IP-SD peer $SENSOR rebooted'"
 back_at=$(wait_reported "$work/crashes.out" "$gone_at" true "$PAIRS" 5000) ||
