@@ -25,6 +25,21 @@ void DispatchQueue::post(Task task) {
   wakeUp_.notify_one();
 }
 
+bool DispatchQueue::postDroppable(Task task, std::size_t backlog) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (tasks_.size() >= backlog) {
+      return false;
+    }
+    if (stopping_ || !worker_.joinable()) {
+      return true;  // shutting down: nothing runs any more, which is not a backlog
+    }
+    tasks_.push_back(std::move(task));
+  }
+  wakeUp_.notify_one();
+  return true;
+}
+
 void DispatchQueue::stop() {
   std::thread worker;
   {

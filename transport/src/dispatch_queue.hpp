@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -22,7 +23,11 @@ class DispatchQueue {
   DispatchQueue& operator=(const DispatchQueue&) = delete;
 
   void start();
+  /// Queues a task that must run (availability reports, whose order is state).
   void post(Task task);
+  /// Queues a task that may be dropped (an event, a request): false, without queueing, while `backlog`
+  /// tasks or more wait.
+  bool postDroppable(Task task, std::size_t backlog);
   /// Ends the thread; tasks not yet run are dropped. Called on the dispatch thread itself it only asks
   /// the thread to end (the owner joins it later).
   void stop();

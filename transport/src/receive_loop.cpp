@@ -20,12 +20,8 @@ constexpr std::size_t RECEIVE_BUFFER = 65536;
 /// Upper bound of one wait, so that a missed wake-up costs at most this much.
 constexpr std::chrono::milliseconds MAX_WAIT{200};
 
-enum class Source { SD_UNICAST, SD_MULTICAST, CLIENT, INSTANCE, WAKE };
-
-struct Polled {
-  Source source;
-  std::uint16_t instanceId;
-};
+/// Datagrams read from one socket before the others get their turn.
+constexpr std::size_t MAX_READS_PER_WAKE = 64;
 
 }  // namespace
 
@@ -50,7 +46,7 @@ void TransportCore::receiveLoop() {
   kov::platform::process::setNameOfCurrentThread("someip-receive");
   std::vector<std::uint8_t> buffer(RECEIVE_BUFFER);
   std::vector<pollfd> fds;
-  std::vector<Polled> sources;
+  std::vector<PolledSocket> sources;
   for (;;) {
     int timeoutMs = 0;
     {
@@ -68,16 +64,16 @@ void TransportCore::receiveLoop() {
       fds.clear();
       sources.clear();
       fds.push_back({sockets_.wakeReader(), POLLIN, 0});
-      sources.push_back({Source::WAKE, 0});
+      sources.push_back({PolledSocket::Kind::WAKE, 0});
       fds.push_back({sockets_.sdUnicast(), POLLIN, 0});
-      sources.push_back({Source::SD_UNICAST, 0});
+      sources.push_back({PolledSocket::Kind::SD_UNICAST, 0});
       fds.push_back({sockets_.sdMulticast(), POLLIN, 0});
-      sources.push_back({Source::SD_MULTICAST, 0});
+      sources.push_back({PolledSocket::Kind::SD_MULTICAST, 0});
       fds.push_back({sockets_.client(), POLLIN, 0});
-      sources.push_back({Source::CLIENT, 0});
+      sources.push_back({PolledSocket::Kind::CLIENT, 0});
       for (const auto& [instanceId, sock] : sockets_.instanceSockets()) {
         fds.push_back({sock, POLLIN, 0});
-        sources.push_back({Source::INSTANCE, instanceId});
+        sources.push_back({PolledSocket::Kind::INSTANCE, instanceId});
       }
     }
     const int ready = ::poll(fds.data(), fds.size(), timeoutMs);
@@ -88,36 +84,43 @@ void TransportCore::receiveLoop() {
       if ((fds[i].revents & POLLIN) == 0) {
         continue;
       }
-      if (sources[i].source == Source::WAKE) {
+      if (sources[i].kind == PolledSocket::Kind::WAKE) {
         char drain[64];
         while (::read(fds[i].fd, drain, sizeof(drain)) > 0) {
         }
         continue;
       }
-      std::size_t received = 0;
-      std::uint32_t ipNetworkOrder = 0;
-      std::uint16_t port = 0;
-      if (udp::tryReadFrom(fds[i].fd, buffer.data(), buffer.size(), received, ipNetworkOrder, port) !=
-              NetworkResult::OK ||
-          received == 0) {
-        continue;
-      }
-      const Endpoint from{ntohl(ipNetworkOrder), port};
-      switch (sources[i].source) {
-        case Source::SD_UNICAST:
-        case Source::SD_MULTICAST:
-          onSdDatagram(buffer.data(), received, from.ip, sources[i].source == Source::SD_MULTICAST);
+      // The sockets do not block: read what is there, up to a bound that keeps the others served.
+      for (std::size_t read = 0; read < MAX_READS_PER_WAKE; ++read) {
+        std::size_t received = 0;
+        std::uint32_t ipNetworkOrder = 0;
+        std::uint16_t port = 0;
+        if (udp::tryReadFrom(fds[i].fd, buffer.data(), buffer.size(), received, ipNetworkOrder, port) !=
+                NetworkResult::OK ||
+            received == 0) {
           break;
-        case Source::CLIENT:
-          onClientDatagram(buffer.data(), received, from);
-          break;
-        case Source::INSTANCE:
-          onServerDatagram(sources[i].instanceId, buffer.data(), received, from);
-          break;
-        case Source::WAKE:
-          break;
+        }
+        dispatchDatagram(sources[i], buffer.data(), received, Endpoint{ntohl(ipNetworkOrder), port});
       }
     }
+  }
+}
+
+void TransportCore::dispatchDatagram(const PolledSocket& source, const std::uint8_t* data, std::size_t size,
+                                     const Endpoint& from) {
+  switch (source.kind) {
+    case PolledSocket::Kind::SD_UNICAST:
+    case PolledSocket::Kind::SD_MULTICAST:
+      onSdDatagram(data, size, from.ip, source.kind == PolledSocket::Kind::SD_MULTICAST);
+      break;
+    case PolledSocket::Kind::CLIENT:
+      onClientDatagram(data, size, from);
+      break;
+    case PolledSocket::Kind::INSTANCE:
+      onServerDatagram(source.instanceId, data, size, from);
+      break;
+    case PolledSocket::Kind::WAKE:
+      break;
   }
 }
 
@@ -270,9 +273,12 @@ void TransportCore::onNotificationLocked(const MessageView& message, const Endpo
   }
   auto slot = it->second.slot;
   std::vector<std::uint8_t> payload(message.payload, message.payload + message.payloadSize);
-  dispatch_.post([slot, eventId, payload = std::move(payload)] {
-    slot->invoke(eventId, static_cast<const void*>(payload.data()), payload.size());
-  });
+  const bool queued = dispatch_.postDroppable(
+      [slot, eventId, payload = std::move(payload)] {
+        slot->invoke(eventId, static_cast<const void*>(payload.data()), payload.size());
+      },
+      options_.maxHandlerBacklog);
+  noteBacklog(queued, "event 0x", eventId);
 }
 
 }  // namespace kov::platform::networking::someip::detail

@@ -119,29 +119,32 @@ void TransportCore::onServerDatagram(std::uint16_t instanceId, const std::uint8_
     auto slot = requestSlot_;
     std::vector<std::uint8_t> request(message.payload, message.payload + message.payloadSize);
     // The handler runs on the dispatch thread; the answer goes out from the instance's socket.
-    dispatch_.post([sock, h, address, offered, slot, from, request = std::move(request)] {
-      std::vector<std::uint8_t> answer;
-      ReturnCode code = ReturnCode::E_UNKNOWN_SERVICE;
-      if (offered && slot) {
-        code = ReturnCode::E_NOT_READY;  // stays so when the handler was removed meanwhile
-        slot->visit([&](RequestHandler& handler) {
-          code = handler(address, h.methodId, request.data(), request.size(), answer);
-        });
-      }
-      if (h.messageType == MessageType::REQUEST_NO_RETURN) {
-        return;
-      }
-      MessageHeader reply = h;
-      reply.returnCode = code;
-      reply.messageType = code == ReturnCode::E_OK ? MessageType::RESPONSE : MessageType::ERROR;
-      std::vector<std::uint8_t> datagram;
-      if (code == ReturnCode::E_OK) {
-        appendMessage(reply, answer.data(), answer.size(), datagram);
-      } else {
-        appendMessage(reply, nullptr, 0, datagram);
-      }
-      sendDatagram(sock, from, datagram.data(), datagram.size());
-    });
+    const bool queued = dispatch_.postDroppable(
+        [sock, h, address, offered, slot, from, request = std::move(request)] {
+          std::vector<std::uint8_t> answer;
+          ReturnCode code = ReturnCode::E_UNKNOWN_SERVICE;
+          if (offered && slot) {
+            code = ReturnCode::E_NOT_READY;  // stays so when the handler was removed meanwhile
+            slot->visit([&](RequestHandler& handler) {
+              code = handler(address, h.methodId, request.data(), request.size(), answer);
+            });
+          }
+          if (h.messageType == MessageType::REQUEST_NO_RETURN) {
+            return;
+          }
+          MessageHeader reply = h;
+          reply.returnCode = code;
+          reply.messageType = code == ReturnCode::E_OK ? MessageType::RESPONSE : MessageType::ERROR;
+          std::vector<std::uint8_t> datagram;
+          if (code == ReturnCode::E_OK) {
+            appendMessage(reply, answer.data(), answer.size(), datagram);
+          } else {
+            appendMessage(reply, nullptr, 0, datagram);
+          }
+          sendDatagram(sock, from, datagram.data(), datagram.size());
+        },
+        options_.maxHandlerBacklog);
+    noteBacklog(queued, "request for method 0x", h.methodId);
   });
 }
 

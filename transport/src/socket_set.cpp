@@ -39,9 +39,31 @@ bool setMulticastSending(int sock, const std::string& unicast) {
   return true;
 }
 
-int openBound(const std::string& address, std::uint16_t port, bool reuse) {
+/// The receive loop reads until a socket is empty, so reads must not block.
+bool setNonBlocking(int sock) {
+  const int flags = fcntl(sock, F_GETFL, 0);
+  if (flags < 0 || fcntl(sock, F_SETFL, flags | O_NONBLOCK) != 0) {
+    KOV_LOG(ERROR, LOG_PATH) << "Failed to make socket " << sock << " non-blocking: " << std::strerror(errno);
+    return false;
+  }
+  return true;
+}
+
+int openNonBlocking() {
   int sock = -1;
   if (udp::openSocket(sock) != NetworkResult::OK) {
+    return -1;
+  }
+  if (!setNonBlocking(sock)) {
+    closeSocket(sock);
+    return -1;
+  }
+  return sock;
+}
+
+int openBound(const std::string& address, std::uint16_t port, bool reuse) {
+  const int sock = openNonBlocking();
+  if (sock == -1) {
     return -1;
   }
   if ((reuse && udp::setReuseAddress(sock, true) != NetworkResult::OK) ||
@@ -63,7 +85,7 @@ bool SocketSet::open(const std::string& unicast, const std::string& multicast, s
             udp::joinMulticastGroup(sdMulticast_, {multicast, unicast}) == NetworkResult::OK;
   if (ok) {
     if (clientPort == 0) {
-      udp::openSocket(client_);
+      client_ = openNonBlocking();
       ok = client_ != -1 && udp::bindSocketRandomPort(client_, unicast, clientPort_) == NetworkResult::OK;
     } else {
       client_ = openBound(unicast, clientPort, false);
@@ -102,8 +124,8 @@ int SocketSet::instanceSocket(std::uint16_t instanceId, const std::string& unica
     port = it->second.second;
     return it->second.first;
   }
-  int sock = -1;
-  if (udp::openSocket(sock) != NetworkResult::OK) {
+  const int sock = openNonBlocking();
+  if (sock == -1) {
     return -1;
   }
   std::uint16_t bound = 0;

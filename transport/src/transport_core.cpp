@@ -84,6 +84,21 @@ Result TransportCore::disconnect() {
   return Result::Ok;
 }
 
+void TransportCore::noteBacklog(bool queued, const char* what, std::uint16_t id) {
+  if (!queued) {
+    if (droppedForBacklog_++ == 0) {
+      KOV_LOG(WARN, LOG_PATH) << "Handlers fall behind: dropping " << what << std::hex << id << " and what "
+                              << "follows while " << std::dec << options_.maxHandlerBacklog << " tasks wait";
+    }
+    return;
+  }
+  if (droppedForBacklog_ != 0) {
+    KOV_LOG(WARN, LOG_PATH) << "Handlers caught up; " << droppedForBacklog_
+                            << " events or requests were dropped";
+    droppedForBacklog_ = 0;
+  }
+}
+
 void TransportCore::wakeReceiver() {
   const char byte = 1;
   if (sockets_.wakeWriter() != -1) {

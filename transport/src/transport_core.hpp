@@ -74,8 +74,17 @@ class TransportCore {
     std::map<std::uint16_t, std::vector<std::uint8_t>> lastValues;  // library event id -> payload
   };
 
+  /// One socket the receive loop waits on, and what arrives there.
+  struct PolledSocket {
+    enum class Kind { SD_UNICAST, SD_MULTICAST, CLIENT, INSTANCE, WAKE };
+    Kind kind;
+    std::uint16_t instanceId;
+  };
+
   // Receive loop (receive_loop.cpp).
   void receiveLoop();
+  void dispatchDatagram(const PolledSocket& source, const std::uint8_t* data, std::size_t size,
+                        const Endpoint& from);
   void onTimersLocked(Clock::time_point now);
   void onSdDatagram(const std::uint8_t* data, std::size_t size, std::uint32_t fromIp, bool multicast);
   void onSdMessageLocked(Clock::time_point now, const SdMessage& message, std::uint16_t session,
@@ -94,6 +103,8 @@ class TransportCore {
   void sendNotificationLocked(int sock, const Address& address, std::uint16_t eventId,
                               const std::vector<std::uint8_t>& payload, const Endpoint& to);
   std::chrono::milliseconds randomInitialDelay();
+  /// Logs the first task dropped because handlers fall behind, and the end of such a stretch.
+  void noteBacklog(bool queued, const char* what, std::uint16_t id);
   void wakeReceiver();
 
   const TransportOptions options_;
@@ -124,6 +135,7 @@ class TransportCore {
   std::uint16_t notificationSession_{1};
 
   DispatchQueue dispatch_;
+  std::size_t droppedForBacklog_{0};  // since the last task that could be queued
   std::thread receiver_;
 };
 

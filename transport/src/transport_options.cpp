@@ -31,6 +31,10 @@ bool validateOptions(const TransportOptions& options, std::string& problem) {
     problem = "timings must be positive, initialDelayMin <= initialDelayMax and repetitionsMax <= 16";
     return false;
   }
+  if (options.maxHandlerBacklog == 0) {
+    problem = "maxHandlerBacklog must be at least 1";
+    return false;
+  }
   return true;
 }
 

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string>
 
+#include "someip/export.hpp"
+
 namespace kov::platform::networking::someip {
 
 /// An IPv4 UDP endpoint; `ip` in host order (0x7F000001 is 127.0.0.1), `port` in host order.
@@ -18,12 +20,12 @@ struct Endpoint {
 };
 
 /// Dotted quad of a host-order address.
-std::string ipToString(std::uint32_t ip);
+KOV_SOMEIP_EXPORT std::string ipToString(std::uint32_t ip);
 
 /// "a.b.c.d:port".
-std::string toString(const Endpoint& endpoint);
+KOV_SOMEIP_EXPORT std::string toString(const Endpoint& endpoint);
 
 /// Parses a strict dotted quad (four decimal octets) into a host-order address.
-bool parseIp(const std::string& text, std::uint32_t& ip);
+KOV_SOMEIP_EXPORT bool parseIp(const std::string& text, std::uint32_t& ip);
 
 }  // namespace kov::platform::networking::someip

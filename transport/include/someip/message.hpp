@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "someip/export.hpp"
+
 namespace kov::platform::networking::someip {
 
 /// Size of the SOME/IP header; the length field counts the 8 bytes after it plus the payload.
@@ -65,24 +67,24 @@ enum class ParseError : std::uint8_t {
 };
 
 /// A short English text for `error`, for log lines.
-const char* describe(ParseError error);
+KOV_SOMEIP_EXPORT const char* describe(ParseError error);
 
 /// True for the five message types this transport knows.
-bool isKnownMessageType(std::uint8_t type);
+KOV_SOMEIP_EXPORT bool isKnownMessageType(std::uint8_t type);
 
 /// Reads the message that starts at `data`. On success fills `message`, stores the number of bytes it
 /// takes in `consumed` and returns NONE. On failure `message` and `consumed` are left as they were.
 /// A message whose type or protocol version is wrong is still measured (`consumed` is set) so that a
 /// caller may skip it; the other errors leave nothing to skip to.
-ParseError parseMessage(const std::uint8_t* data, std::size_t size, MessageView& message,
-                        std::size_t& consumed);
+KOV_SOMEIP_EXPORT ParseError parseMessage(const std::uint8_t* data, std::size_t size, MessageView& message,
+                                          std::size_t& consumed);
 
 /// Writes the 16 header bytes of `header` to `out` as they are (length included).
-void writeHeader(const MessageHeader& header, std::uint8_t* out);
+KOV_SOMEIP_EXPORT void writeHeader(const MessageHeader& header, std::uint8_t* out);
 
 /// Appends `header` (its length set to 8 + payloadSize) and the payload to `out`.
-void appendMessage(const MessageHeader& header, const void* payload, std::size_t payloadSize,
-                   std::vector<std::uint8_t>& out);
+KOV_SOMEIP_EXPORT void appendMessage(const MessageHeader& header, const void* payload,
+                                     std::size_t payloadSize, std::vector<std::uint8_t>& out);
 
 /// Next session id after `session`: 1..0xFFFF, never 0, wrapping from 0xFFFF to 1.
 constexpr std::uint16_t nextSessionId(std::uint16_t session) {

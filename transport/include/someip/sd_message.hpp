@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "someip/export.hpp"
+
 namespace kov::platform::networking::someip {
 
 /// Service discovery travels as SOME/IP notifications of service 0xFFFF, method 0x8100.
@@ -83,17 +85,17 @@ enum class SdParseError : std::uint8_t {
   UNKNOWN_ENTRY_TYPE,          ///< an entry type other than 0x00, 0x01, 0x06, 0x07
 };
 
-const char* describe(SdParseError error);
+KOV_SOMEIP_EXPORT const char* describe(SdParseError error);
 
 /// Decodes the payload of an SD message (what follows the SOME/IP header). On failure `message` is
 /// left empty. Options of defined types that this transport does not use (configuration, load
 /// balancing, IPv6 and SD endpoints) are skipped and not attached to entries.
-SdParseError parseSdPayload(const std::uint8_t* data, std::size_t size, SdMessage& message);
+KOV_SOMEIP_EXPORT SdParseError parseSdPayload(const std::uint8_t* data, std::size_t size, SdMessage& message);
 
 /// Encodes `message` as an SD payload. An entry's first 15 options go into its first option run, the
 /// next 15 into its second; equal runs are written once and shared. What an entry cannot name is left
 /// out: options past its 30th, and a run that would start past option index 255 (a message of at most
 /// 255 options in all never meets that limit).
-std::vector<std::uint8_t> encodeSdPayload(const SdMessage& message);
+KOV_SOMEIP_EXPORT std::vector<std::uint8_t> encodeSdPayload(const SdMessage& message);
 
 }  // namespace kov::platform::networking::someip

@@ -9,6 +9,7 @@
 #include "networking/i_some_ip_transport.hpp"
 #include "someip/call_result.hpp"
 #include "someip/endpoint.hpp"
+#include "someip/export.hpp"
 #include "someip/message.hpp"
 #include "someip/transport_options.hpp"
 
@@ -32,7 +33,7 @@ class TransportCore;
 /// disconnect or destroy the transport.
 ///
 /// callMethod results: Ok, Timeout, and the codes of call_result.hpp.
-class SomeIpTransport : public ISomeIpTransport {
+class KOV_SOMEIP_EXPORT SomeIpTransport : public ISomeIpTransport {
  public:
   /// Answers one request of a local service instance: fills `response` and returns the return code
   /// (E_OK for a RESPONSE, anything else for an ERROR message without payload).

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
+
+#include "someip/export.hpp"
 
 namespace kov::platform::networking::someip {
 
@@ -23,6 +26,7 @@ struct TransportOptions {
   static constexpr std::chrono::milliseconds DEFAULT_CYCLIC_OFFER_DELAY{1000};
   static constexpr std::chrono::milliseconds DEFAULT_ACK_TIMEOUT{1000};
   static constexpr std::uint16_t DEFAULT_EVENT_ID_OFFSET = 0x8000;
+  static constexpr std::size_t DEFAULT_MAX_HANDLER_BACKLOG = 4096;
 
   /// This participant's own IPv4 address (dotted quad); required. Every socket binds to it, and SD
   /// messages that come from it are ignored.
@@ -59,9 +63,14 @@ struct TransportOptions {
 
   /// Wire event id = offset | library event id; received ids with these bits set are mapped back.
   std::uint16_t eventIdOffset{DEFAULT_EVENT_ID_OFFSET};
+
+  /// Events and requests waiting for the dispatch thread at most; beyond that, while a handler falls
+  /// behind, further ones are dropped (logged once per stretch) instead of piling up in memory.
+  /// Availability reports are never dropped.
+  std::size_t maxHandlerBacklog{DEFAULT_MAX_HANDLER_BACKLOG};
 };
 
 /// True when `options` can be used; otherwise `problem` says which field is wrong and why.
-bool validateOptions(const TransportOptions& options, std::string& problem);
+KOV_SOMEIP_EXPORT bool validateOptions(const TransportOptions& options, std::string& problem);
 
 }  // namespace kov::platform::networking::someip
