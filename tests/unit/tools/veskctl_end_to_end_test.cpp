@@ -133,12 +133,12 @@ TEST(VeskctlEndToEndTest, GetSetListAndWatchPrintTheAnswerAndAvailabilityOnlyWhe
   EXPECT_EQ(count(verbose.out, "sensor 0x0010  getSystemModeStatus +ok +mode="), 1U) << verbose.out;
 
   const auto set = runVeskctl({"set", "--sensor", "16", "--pattern", "point:-30:2.5:1,snap,minlines:8",
-                               "--mode", "scanning", "--destination", "10.1.2.3:4000"});
+                               "--mode", "scanning", "--destination", "192.0.2.3:4000"});
   EXPECT_EQ(set.status, 0) << set.err;
   EXPECT_EQ(set.out,
             "  sensor 0x0010  setScanPattern                ok      commands=3  "
             "pattern=point:-30:2.5:1,snap,minlines:8\n"
-            "  sensor 0x0010  setDatapathDestinationInfo    ok      ipAddress=10.1.2.3  port=4000\n"
+            "  sensor 0x0010  setDatapathDestinationInfo    ok      ipAddress=192.0.2.3  port=4000\n"
             "  sensor 0x0010  setSystemMode                 ok      mode=SCANNING\n");
 
   // The ends of the documented ranges are accepted by veskctl, the library and the sensor.
@@ -203,11 +203,11 @@ TEST(VeskctlEndToEndTest, BadCommandLinesExitWithTwoAndOneMessageNamingOptionVal
       {{"set", "--frame-rate", "inf"}, "--frame-rate inf: expected a frame rate from 1 to 30 Hz"},
       {{"set", "--datum", "-19"}, "--datum -19: expected an elevation from -18 to 10 degrees"},
       {{"set", "--datum", ""}, "--datum : expected an elevation from -18 to 10 degrees"},
-      {{"set", "--destination", "300.1.1.1:2368"}, "--destination 300.1.1.1:2368" + destination},
-      {{"set", "--destination", "1.2.3:80"}, "--destination 1.2.3:80" + destination},
+      {{"set", "--destination", "192.0.2.300:2368"}, "--destination 192.0.2.300:2368" + destination},
+      {{"set", "--destination", "192.0.2:80"}, "--destination 192.0.2:80" + destination},
       {{"set", "--destination", "10:80"}, "--destination 10:80" + destination},
-      {{"set", "--destination", "1.2.3.4:1e3"}, "--destination 1.2.3.4:1e3" + destination},
-      {{"set", "--destination", "1.2.3.4:0"}, "--destination 1.2.3.4:0" + destination},
+      {{"set", "--destination", "192.0.2.4:1e3"}, "--destination 192.0.2.4:1e3" + destination},
+      {{"set", "--destination", "192.0.2.4:0"}, "--destination 192.0.2.4:0" + destination},
       {{"set", "--pattern", "point:100:0"},
        "--pattern point:100:0: azimuth 100: expected an azimuth from -90 to 90 degrees"},
       {{"set", "--pattern", "spiral"},
@@ -233,8 +233,8 @@ TEST(VeskctlEndToEndTest, BadCommandLinesExitWithTwoAndOneMessageNamingOptionVal
        "--transport someip needs --unicast ADDR, this host's IPv4 address"},
       {{"--transport", "someip", "--unicast", "1.2.3", "list"},
        "--unicast 1.2.3: expected an IPv4 address A.B.C.D with four decimal octets 0 to 255"},
-      {{"--sd-multicast", "10.0.0.1", "list"},
-       "--sd-multicast 10.0.0.1: expected an IPv4 multicast address, 224.0.0.0 to 239.255.255.255"},
+      {{"--sd-multicast", "192.0.2.1", "list"},
+       "--sd-multicast 192.0.2.1: expected an IPv4 multicast address, 224.0.0.0 to 239.255.255.255"},
       {{"--sd-port", "70000", "list"}, "--sd-port 70000: expected a decimal port from 1 to 65535"},
   };
   for (const auto& [arguments, message] : cases) {

@@ -82,11 +82,11 @@ TEST(VeskctlTextTest, NumbersAddressesPortsAndSensorIdsAreReadStrictly) {
     EXPECT_EQ(parseDecimal(text), expected) << text;
   }
 
-  for (const std::string good : {"0.0.0.0", "255.255.255.255", "10.1.2.3", "001.2.3.4"}) {
+  for (const std::string good : {"0.0.0.0", "255.255.255.255", "192.0.2.3", "192.0.2.004"}) {
     EXPECT_EQ(parseDottedQuad(good), good);
   }
-  for (const std::string bad : {"1.2.3", "10", "256.1.1.1", "1.2.3.4.5", "1..2.3", "1.2.3.-4", "0x1.2.3.4",
-                                "1.2.3.4 ", "1234.1.1.1"}) {
+  for (const std::string bad : {"192.0.2", "10", "192.0.2.256", "192.0.2.4.5", "192..2.4", "192.0.2.-4",
+                                "0xC0.0.2.4", "192.0.2.4 ", "1920.0.2.4"}) {
     EXPECT_FALSE(parseDottedQuad(bad)) << bad;
   }
   EXPECT_EQ(parsePort("1"), 1);
@@ -97,11 +97,11 @@ TEST(VeskctlTextTest, NumbersAddressesPortsAndSensorIdsAreReadStrictly) {
 
   types::DatapathDestinationInfo destination;
   std::string error;
-  ASSERT_TRUE(parseDestination("10.1.2.3:4000", destination, error));
-  EXPECT_EQ(destination.ipAddress, "10.1.2.3");
+  ASSERT_TRUE(parseDestination("192.0.2.3:4000", destination, error));
+  EXPECT_EQ(destination.ipAddress, "192.0.2.3");
   EXPECT_EQ(destination.port, 4000);
   for (const std::string bad :
-       {"10.1.2.3", "10.1.2.3:70000", "10.1.2.3:-1", "10.1.2.3:1.5", "host:80", "::1:80"}) {
+       {"192.0.2.3", "192.0.2.3:70000", "192.0.2.3:-1", "192.0.2.3:1.5", "host:80", "::1:80"}) {
     EXPECT_FALSE(parseDestination(bad, destination, error)) << bad;
   }
 
