@@ -1,15 +1,15 @@
 #pragma once
 
-#include <atomic>
-#include <mutex>
-#include <thread>
 #include <utility>
+
+#include "handler_guard/handler_guard.hpp"
 
 namespace kov::platform::networking::someip::detail {
 
-/// A handler registered by the transport's user, never called after close() returned: close() waits
-/// for a call in progress on another thread. Closing from inside the handler (same thread) does not
-/// wait, so a handler may end its own registration.
+/// A handler registered by the transport's user together with the control library's HandlerGuard, so
+/// that it is never called after close() returned: close() waits for a call in progress on another
+/// thread, and from inside the handler (same thread) it does not wait, so a handler may end its own
+/// registration.
 template <typename Handler>
 class HandlerSlot {
  public:
@@ -17,42 +17,24 @@ class HandlerSlot {
 
   template <typename... Args>
   bool invoke(Args&&... args) {
-    std::lock_guard<std::mutex> lock(callMutex_);
-    if (!open_) {
-      return false;
-    }
-    caller_.store(std::this_thread::get_id());
-    handler_(std::forward<Args>(args)...);
-    caller_.store(std::thread::id{});
-    return true;
+    return visit([&](Handler& handler) { handler(std::forward<Args>(args)...); });
   }
 
   /// Calls `visit(handler)` unless the slot was closed, for handlers whose result the caller needs.
   template <typename Visitor>
   bool visit(Visitor&& visitor) {
-    std::lock_guard<std::mutex> lock(callMutex_);
-    if (!open_) {
+    const kov::drivers::lidar::vesk::HandlerGuard::Call call(guard_);
+    if (!call) {
       return false;
     }
-    caller_.store(std::this_thread::get_id());
     visitor(handler_);
-    caller_.store(std::thread::id{});
     return true;
   }
 
-  void close() {
-    if (caller_.load() == std::this_thread::get_id()) {
-      open_ = false;  // inside invoke() on this thread: callMutex_ is ours already
-      return;
-    }
-    std::lock_guard<std::mutex> lock(callMutex_);
-    open_ = false;
-  }
+  void close() { guard_.close(); }
 
  private:
-  std::mutex callMutex_;
-  std::atomic<std::thread::id> caller_{};
-  bool open_{true};
+  kov::drivers::lidar::vesk::HandlerGuard guard_;
   Handler handler_;
 };
 
