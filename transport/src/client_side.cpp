@@ -127,7 +127,6 @@ bool TransportCore::subscribeEvents(const Address& address, std::uint16_t eventG
     return false;
   }
   EventSubscription subscription;
-  subscription.eventgroupId = eventGroupId;
   subscription.eventIds = std::set<std::uint16_t>(eventIds.begin(), eventIds.end());
   subscription.slot = std::make_shared<HandlerSlot<EventHandler>>(std::move(handler));
   auto previous = eventSubscriptions_.find(address);

@@ -45,12 +45,6 @@ class RebootDetector {
     return rebooted;
   }
 
-  /// Forgets a peer, so that its next message counts as the first.
-  void forget(std::uint32_t peerIp) {
-    peers_.erase({peerIp, true});
-    peers_.erase({peerIp, false});
-  }
-
  private:
   struct Last {
     bool seen{false};

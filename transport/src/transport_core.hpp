@@ -65,7 +65,6 @@ class TransportCore {
     std::vector<std::uint8_t> payload;
   };
   struct EventSubscription {
-    std::uint16_t eventgroupId{0};
     std::set<std::uint16_t> eventIds;  // library ids
     std::shared_ptr<HandlerSlot<EventHandler>> slot;
   };
