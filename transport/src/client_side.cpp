@@ -48,8 +48,8 @@ bool TransportCore::requestService(const Address& address) {
                             << " before connect";
     return false;
   }
-  discovery_.requestService(address.serviceId, Clock::now());
-  wakeReceiver();
+  discovery_.requestService(address.serviceId, network_->now());
+  network_->wake();
   return true;
 }
 
@@ -77,6 +77,12 @@ Result TransportCore::callMethod(const Address& address, std::uint16_t methodId,
                              << address.instanceId << "] is known";
     return RESULT_UNKNOWN_INSTANCE;
   }
+  if (pendingCalls_.size() >= options_.maxPendingCalls || pendingCalls_.count(nextSession_) != 0) {
+    KOV_LOG(WARN, LOG_PATH) << "callMethod of [0x" << std::hex << address.serviceId << ",0x"
+                            << address.instanceId << "] method 0x" << methodId << " refused: " << std::dec
+                            << pendingCalls_.size() << " calls wait for responses already";
+    return RESULT_TOO_MANY_CALLS;
+  }
   const std::uint16_t session = nextSession_;
   nextSession_ = nextSessionId(nextSession_);
   auto call = std::make_shared<PendingCall>();
@@ -94,8 +100,12 @@ Result TransportCore::callMethod(const Address& address, std::uint16_t methodId,
   datagram.reserve(HEADER_SIZE + requestSize);
   appendMessage(header, request, requestSize, datagram);
   pendingCalls_[session] = call;
-  if (!sendDatagram(sockets_.client(), offer->endpoint, datagram.data(), datagram.size())) {
+  if (const int error = network_->send(Channel::CLIENT, 0, offer->endpoint, datagram.data(), datagram.size());
+      error != 0) {
     pendingCalls_.erase(session);
+    KOV_LOG(WARN, LOG_PATH) << "Failed to send the request of [0x" << std::hex << address.serviceId << ",0x"
+                            << address.instanceId << "] method 0x" << methodId << " to "
+                            << toString(offer->endpoint) << ": " << std::strerror(error);
     return RESULT_SEND_FAILED;
   }
 
@@ -135,7 +145,8 @@ bool TransportCore::subscribeEvents(const Address& address, std::uint16_t eventG
   }
   eventSubscriptions_[address] = std::move(subscription);
   SdOutbox out;
-  subscriptions_->add(Clock::now(), address, eventGroupId, discovery_.offerOf(address), out);
+  subscriptions_->add(network_->now(), address, eventGroupId, discovery_.offerOf(address), out);
+  syncEventGroupsLocked();
   flushLocked(out);
   lock.unlock();
   if (replaced) {
@@ -157,6 +168,7 @@ bool TransportCore::unsubscribeEvents(const Address& address) {
     if (connected_) {
       SdOutbox out;
       subscriptions_->remove(address, out);
+      syncEventGroupsLocked();
       flushLocked(out);
     }
   }

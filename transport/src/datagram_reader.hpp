@@ -2,35 +2,28 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 
-#include "common/log/log.hpp"
 #include "someip/message.hpp"
 
 namespace kov::platform::networking::someip::detail {
 
-/// Calls `onMessage(const MessageView&)` for each SOME/IP message of a datagram, in order. A malformed
-/// message is logged once (naming `what`, the sender and the offset) and skipped when its length is
-/// known; otherwise the rest of the datagram is dropped.
-template <typename OnMessage>
-void forEachMessage(const std::uint8_t* data, std::size_t size, const char* what, const std::string& from,
-                    OnMessage&& onMessage) {
+/// Calls `onMessage(const MessageView&, ParseError)` for each SOME/IP message of a datagram, in order:
+/// with NONE for a well-formed message, and with WRONG_PROTOCOL_VERSION or UNKNOWN_MESSAGE_TYPE for one
+/// whose header was still read (a server answers the former with an error). A message that cannot be
+/// measured ends the datagram: `onError(offset, error)` is called and the rest is dropped.
+template <typename OnMessage, typename OnError>
+void forEachMessage(const std::uint8_t* data, std::size_t size, OnMessage&& onMessage, OnError&& onError) {
   std::size_t offset = 0;
   while (offset < size) {
     MessageView message;
     std::size_t consumed = 0;
     const ParseError error = parseMessage(data + offset, size - offset, message, consumed);
-    if (error != ParseError::NONE) {
-      KOV_LOG(WARN, "transport/src/datagram_reader.hpp")
-          << "Dropping " << what << " from " << from << " at byte " << offset << ": " << describe(error);
-      if (consumed == 0) {
-        return;
-      }
-      offset += consumed;
-      continue;
+    if (consumed == 0) {
+      onError(offset, error);
+      return;
     }
     offset += consumed;
-    onMessage(message);
+    onMessage(message, error);
   }
 }
 

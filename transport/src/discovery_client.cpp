@@ -32,22 +32,26 @@ bool DiscoveryClient::isOffered(std::uint16_t serviceId) const {
   return it != offers_.end() && it->first.serviceId == serviceId;
 }
 
-void DiscoveryClient::onOfferEntry(Clock::time_point now, std::uint32_t peerIp, const SdEntry& entry,
+bool DiscoveryClient::onOfferEntry(Clock::time_point now, std::uint32_t peerIp, const SdEntry& entry,
                                    std::vector<AvailabilityChange>& changes) {
   const Address address{entry.serviceId, entry.instanceId};
-  if (entry.instanceId == ISomeIpTransport::ANY_INSTANCE || !accepts(entry)) {
-    return;
+  if (entry.instanceId == ISomeIpTransport::ANY_INSTANCE || !accepts(entry) ||
+      finds_.count(entry.serviceId) == 0) {
+    return true;
   }
   auto it = offers_.find(address);
   if (entry.ttl == 0) {
     if (it != offers_.end() && it->second.peerIp == peerIp) {
       drop(it, changes);
     }
-    return;
+    return true;
   }
   const SdOption* endpoint = udpEndpointOf(entry);
-  if (endpoint == nullptr) {
-    return;  // nothing this transport can reach (TCP only, or no endpoint)
+  if (endpoint == nullptr || !isUsableUnicast(*endpoint)) {
+    return true;  // nothing this transport can reach (TCP only, no endpoint, or not a unicast address)
+  }
+  if (it == offers_.end() && offers_.size() >= options_.maxRemoteOffers) {
+    return false;
   }
   RemoteOffer offer{peerIp, Endpoint{endpoint->address, endpoint->port}, entry.majorVersion,
                     expiryOf(now, entry.ttl)};
@@ -58,9 +62,21 @@ void DiscoveryClient::onOfferEntry(Clock::time_point now, std::uint32_t peerIp, 
     if (find != finds_.end()) {
       find->second.finish();
     }
-    return;
+    return true;
   }
   it->second = offer;
+  return true;
+}
+
+void DiscoveryClient::clear() {
+  finds_.clear();
+  restartFinds_.clear();
+  offers_.clear();
+}
+
+bool DiscoveryClient::hasOffersFrom(std::uint32_t peerIp) const {
+  return std::any_of(offers_.begin(), offers_.end(),
+                     [peerIp](const auto& entry) { return entry.second.peerIp == peerIp; });
 }
 
 void DiscoveryClient::onPeerReboot(std::uint32_t peerIp, std::vector<AvailabilityChange>& changes) {

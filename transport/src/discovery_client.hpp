@@ -32,8 +32,9 @@ class DiscoveryClient {
   void requestService(std::uint16_t serviceId, Clock::time_point now);
   void releaseService(std::uint16_t serviceId);
 
-  /// An OfferService or StopOfferService entry from `peerIp`.
-  void onOfferEntry(Clock::time_point now, std::uint32_t peerIp, const SdEntry& entry,
+  /// An OfferService or StopOfferService entry from `peerIp`. Offers of services that are not requested
+  /// are not kept. False when the offer was refused because maxRemoteOffers instances are kept already.
+  bool onOfferEntry(Clock::time_point now, std::uint32_t peerIp, const SdEntry& entry,
                     std::vector<AvailabilityChange>& changes);
 
   /// Everything `peerIp` offered is gone (it rebooted).
@@ -43,6 +44,11 @@ class DiscoveryClient {
   void poll(Clock::time_point now, SdOutbox& out, std::vector<AvailabilityChange>& changes);
 
   Clock::time_point nextDeadline() const;
+
+  /// Forgets every request and offer, without reports (the transport starts over).
+  void clear();
+  bool hasOffersFrom(std::uint32_t peerIp) const;
+  std::size_t offerCount() const { return offers_.size(); }
 
   std::optional<RemoteOffer> offerOf(const Address& address) const;
   /// Instance id of `serviceId` served at `endpoint`, if one is offered there.

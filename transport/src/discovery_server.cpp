@@ -74,12 +74,13 @@ void DiscoveryServer::onFindEntry(const SdEntry& entry, std::uint32_t peerIp, Sd
   }
 }
 
-void DiscoveryServer::onSubscribeEntry(Clock::time_point now, std::uint32_t peerIp, const SdEntry& entry,
-                                       SdOutbox& out, std::vector<NewSubscriber>& joined) {
+const char* DiscoveryServer::onSubscribeEntry(Clock::time_point now, std::uint32_t peerIp,
+                                              const SdEntry& entry, SdOutbox& out,
+                                              std::vector<NewSubscriber>& joined) {
   const Address address{entry.serviceId, entry.instanceId};
   const SdOption* option = udpEndpointOf(entry);
   auto offered = offers_.find(address);
-  std::map<Endpoint, std::pair<std::uint32_t, Clock::time_point>>* group = nullptr;
+  Subscribers* group = nullptr;
   if (offered != offers_.end()) {
     const auto found = offered->second.eventgroups.find(entry.eventgroupId);
     if (found != offered->second.eventgroups.end()) {
@@ -95,25 +96,56 @@ void DiscoveryServer::onSubscribeEntry(Clock::time_point now, std::uint32_t peer
         it = matches ? group->erase(it) : std::next(it);
       }
     }
-    return;
+    return nullptr;
   }
 
   SdOutgoing answer{false, peerIp, entry};
   answer.entry.type = SdEntryType::SUBSCRIBE_EVENTGROUP_ACK;
   answer.entry.options.clear();
-  const bool versionMatches = entry.majorVersion == options_.serviceMajorVersion;
-  if (group == nullptr || option == nullptr || !versionMatches) {
+  const char* refused = nullptr;
+  if (group == nullptr) {
+    refused = "event group not offered";
+  } else if (entry.majorVersion != options_.serviceMajorVersion) {
+    refused = "other major version";
+  } else if (option == nullptr || !isUsableUnicast(*option)) {
+    refused = "no usable UDP endpoint";
+  }
+  const Endpoint endpoint = option != nullptr ? Endpoint{option->address, option->port} : Endpoint{};
+  if (refused == nullptr && group->count(endpoint) == 0) {
+    const auto fromPeer = static_cast<std::size_t>(
+        std::count_if(group->begin(), group->end(),
+                      [peerIp](const auto& subscriber) { return subscriber.second.first == peerIp; }));
+    if (fromPeer >= options_.maxSubscribersPerPeer) {
+      refused = "too many subscribers from this peer";
+    } else if (group->size() >= options_.maxSubscribers) {
+      refused = "too many subscribers";
+    }
+  }
+  if (refused != nullptr) {
     answer.entry.ttl = 0;  // Nack
     out.push_back(answer);
-    return;
+    return refused;
   }
-  const Endpoint endpoint{option->address, option->port};
   const bool isNew = group->count(endpoint) == 0;
   (*group)[endpoint] = {peerIp, expiryOf(now, entry.ttl)};
   out.push_back(answer);
   if (isNew) {
     joined.push_back({address, entry.eventgroupId, endpoint});
   }
+  return nullptr;
+}
+
+bool DiscoveryServer::hasSubscribersFrom(std::uint32_t peerIp) const {
+  for (const auto& [address, offered] : offers_) {
+    for (const auto& [id, group] : offered.eventgroups) {
+      for (const auto& [endpoint, subscriber] : group) {
+        if (subscriber.first == peerIp) {
+          return true;
+        }
+      }
+    }
+  }
+  return false;
 }
 
 void DiscoveryServer::onPeerReboot(std::uint32_t peerIp) {

@@ -37,11 +37,15 @@ class DiscoveryServer {
 
   /// A FindService entry from `peerIp`: matching offers are answered to the peer directly.
   void onFindEntry(const SdEntry& entry, std::uint32_t peerIp, SdOutbox& out) const;
-  /// A SubscribeEventgroup or StopSubscribeEventgroup entry from `peerIp`.
-  void onSubscribeEntry(Clock::time_point now, std::uint32_t peerIp, const SdEntry& entry, SdOutbox& out,
-                        std::vector<NewSubscriber>& joined);
+  /// A SubscribeEventgroup or StopSubscribeEventgroup entry from `peerIp`. A subscription is answered
+  /// with a Nack when the instance or event group is not offered, the major version differs, it names
+  /// no usable UDP endpoint (port 0, address 0.0.0.0, a multicast address, TCP only), or the peer or
+  /// the event group has as many subscribers as allowed; the reason is returned then (else nullptr).
+  const char* onSubscribeEntry(Clock::time_point now, std::uint32_t peerIp, const SdEntry& entry,
+                               SdOutbox& out, std::vector<NewSubscriber>& joined);
   /// `peerIp` rebooted: its subscriptions are gone.
   void onPeerReboot(std::uint32_t peerIp);
+  bool hasSubscribersFrom(std::uint32_t peerIp) const;
 
   /// Sends offers that are due and expires subscribers whose TTL ran out.
   void poll(Clock::time_point now, SdOutbox& out);
@@ -52,10 +56,12 @@ class DiscoveryServer {
   std::set<Endpoint> subscribers(const Address& address, const std::set<std::uint16_t>& eventgroupIds) const;
 
  private:
+  /// Subscribers of one event group: endpoint -> (peer address, expiry).
+  using Subscribers = std::map<Endpoint, std::pair<std::uint32_t, Clock::time_point>>;
   struct Offered {
     Endpoint endpoint;
     RepetitionSchedule schedule;
-    std::map<std::uint16_t, std::map<Endpoint, std::pair<std::uint32_t, Clock::time_point>>> eventgroups;
+    std::map<std::uint16_t, Subscribers> eventgroups;
   };
 
   SdEntry offerEntry(const Address& address, const Offered& offered, std::uint32_t ttl) const;

@@ -1,5 +1,7 @@
 #include "dispatch_queue.hpp"
 
+#include <algorithm>
+
 #include "process/kov_platform_posix_process.hpp"
 
 namespace kov::platform::networking::someip::detail {
@@ -20,21 +22,22 @@ void DispatchQueue::post(Task task) {
     if (stopping_ || !worker_.joinable()) {
       return;
     }
-    tasks_.push_back(std::move(task));
+    tasks_.emplace_back(std::move(task), 0);
   }
   wakeUp_.notify_one();
 }
 
-bool DispatchQueue::postDroppable(Task task, std::size_t backlog) {
+bool DispatchQueue::postDroppable(Task task, std::size_t bytes, std::size_t maxTasks, std::size_t maxBytes) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (tasks_.size() >= backlog) {
+    if (tasks_.size() >= maxTasks || bytes > maxBytes - std::min(maxBytes, queuedBytes_)) {
       return false;
     }
     if (stopping_ || !worker_.joinable()) {
       return true;  // shutting down: nothing runs any more, which is not a backlog
     }
-    tasks_.push_back(std::move(task));
+    tasks_.emplace_back(std::move(task), bytes);
+    queuedBytes_ += bytes;
   }
   wakeUp_.notify_one();
   return true;
@@ -46,6 +49,7 @@ void DispatchQueue::stop() {
     std::lock_guard<std::mutex> lock(mutex_);
     stopping_ = true;
     tasks_.clear();
+    queuedBytes_ = 0;
     if (isDispatchThread() || !worker_.joinable()) {
       wakeUp_.notify_all();
       return;
@@ -66,7 +70,8 @@ void DispatchQueue::run() {
     if (stopping_) {
       return;
     }
-    Task task = std::move(tasks_.front());
+    Task task = std::move(tasks_.front().first);
+    queuedBytes_ -= tasks_.front().second;
     tasks_.pop_front();
     lock.unlock();
     task();

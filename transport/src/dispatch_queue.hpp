@@ -25,9 +25,10 @@ class DispatchQueue {
   void start();
   /// Queues a task that must run (availability reports, whose order is state).
   void post(Task task);
-  /// Queues a task that may be dropped (an event, a request): false, without queueing, while `backlog`
-  /// tasks or more wait.
-  bool postDroppable(Task task, std::size_t backlog);
+  /// Queues a task that may be dropped (an event, a request) and holds `bytes` of payload: false,
+  /// without queueing, while `maxTasks` tasks or more wait or the waiting ones would hold more than
+  /// `maxBytes`.
+  bool postDroppable(Task task, std::size_t bytes, std::size_t maxTasks, std::size_t maxBytes);
   /// Ends the thread; tasks not yet run are dropped. Called on the dispatch thread itself it only asks
   /// the thread to end (the owner joins it later).
   void stop();
@@ -38,7 +39,8 @@ class DispatchQueue {
 
   std::mutex mutex_;
   std::condition_variable wakeUp_;
-  std::deque<Task> tasks_;
+  std::deque<std::pair<Task, std::size_t>> tasks_;  // with the payload bytes each holds
+  std::size_t queuedBytes_{0};
   bool stopping_{false};
   std::thread worker_;
   std::atomic<std::thread::id> workerId_{};

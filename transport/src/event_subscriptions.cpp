@@ -94,20 +94,29 @@ void EventSubscriptions::onOfferGone(const Address& address) {
     it->second.state = State::WAITING_FOR_OFFER;
     it->second.renewAt = Clock::time_point::max();
     it->second.ackDue = Clock::time_point::max();
+    it->second.group.reset();
   }
 }
 
 void EventSubscriptions::onAckEntry(std::uint32_t peerIp, const SdEntry& entry) {
   const auto it = subscriptions_.find(Address{entry.serviceId, entry.instanceId});
   if (it == subscriptions_.end() || it->second.peerIp != peerIp ||
-      it->second.eventgroupId != entry.eventgroupId || it->second.state == State::WAITING_FOR_OFFER) {
+      it->second.eventgroupId != entry.eventgroupId || it->second.state == State::WAITING_FOR_OFFER ||
+      it->second.majorVersion != entry.majorVersion) {
     return;
   }
   Subscription& subscription = it->second;
   subscription.ackDue = Clock::time_point::max();
+  subscription.group.reset();
   if (entry.ttl != 0) {
     subscription.state = State::ACKNOWLEDGED;
     subscription.problemLogged = false;
+    for (const SdOption& option : entry.options) {
+      if (option.type == SdOptionType::IPV4_MULTICAST && isUsableMulticast(option)) {
+        subscription.group = Endpoint{option.address, option.port};
+        break;
+      }
+    }
     return;
   }
   subscription.state = State::REQUESTED;  // retried at the next renewal
@@ -146,6 +155,16 @@ Clock::time_point EventSubscriptions::nextDeadline() const {
     next = std::min({next, subscription.renewAt, subscription.ackDue});
   }
   return next;
+}
+
+std::set<Endpoint> EventSubscriptions::groups() const {
+  std::set<Endpoint> groups;
+  for (const auto& [address, subscription] : subscriptions_) {
+    if (subscription.group) {
+      groups.insert(*subscription.group);
+    }
+  }
+  return groups;
 }
 
 bool EventSubscriptions::isAcknowledged(const Address& address) const {

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 
 #include "discovery_client.hpp"
 #include "sd_outbox.hpp"
@@ -29,7 +30,9 @@ class EventSubscriptions {
   void onOffer(Clock::time_point now, const Address& address, const RemoteOffer& offer, SdOutbox& out);
   /// The instance went away: the subscription waits for the next offer.
   void onOfferGone(const Address& address);
-  /// A SubscribeEventgroupAck (TTL > 0) or Nack (TTL 0) entry from `peerIp`.
+  /// A SubscribeEventgroupAck (TTL > 0) or Nack (TTL 0) entry from `peerIp`. An answer whose major
+  /// version differs from the subscription's is not taken. An Ack with an IPv4 multicast option makes
+  /// its group one where the events arrive (see groups()).
   void onAckEntry(std::uint32_t peerIp, const SdEntry& entry);
 
   /// Renews subscriptions that are due and logs a missing Ack once.
@@ -37,6 +40,8 @@ class EventSubscriptions {
   Clock::time_point nextDeadline() const;
 
   bool isAcknowledged(const Address& address) const;
+  /// The multicast groups at which acknowledged subscriptions receive their events.
+  std::set<Endpoint> groups() const;
 
  private:
   enum class State { WAITING_FOR_OFFER, REQUESTED, ACKNOWLEDGED };
@@ -48,6 +53,7 @@ class EventSubscriptions {
     Clock::time_point renewAt{Clock::time_point::max()};
     Clock::time_point ackDue{Clock::time_point::max()};
     bool problemLogged{false};
+    std::optional<Endpoint> group;  ///< multicast group of the events, from the Ack
   };
 
   void send(Clock::time_point now, const Address& address, Subscription& subscription, SdOutbox& out);

@@ -54,14 +54,6 @@ ParseError parseMessage(const std::uint8_t* data, std::size_t size, MessageView&
     return ParseError::LENGTH_BEYOND_DATAGRAM;
   }
   const std::size_t total = static_cast<std::size_t>(length) + 8;
-  if (data[12] != PROTOCOL_VERSION) {
-    consumed = total;
-    return ParseError::WRONG_PROTOCOL_VERSION;
-  }
-  if (!isKnownMessageType(data[14])) {
-    consumed = total;
-    return ParseError::UNKNOWN_MESSAGE_TYPE;
-  }
   MessageHeader& h = message.header;
   h.serviceId = read16(data);
   h.methodId = read16(data + 2);
@@ -71,10 +63,16 @@ ParseError parseMessage(const std::uint8_t* data, std::size_t size, MessageView&
   h.protocolVersion = data[12];
   h.interfaceVersion = data[13];
   h.messageType = static_cast<MessageType>(data[14]);
-  h.returnCode = static_cast<ReturnCode>(data[15]);
+  h.returnCode = static_cast<ReturnCode>(data[15] & RETURN_CODE_MASK);
   message.payload = data + HEADER_SIZE;
   message.payloadSize = total - HEADER_SIZE;
   consumed = total;
+  if (data[12] != PROTOCOL_VERSION) {
+    return ParseError::WRONG_PROTOCOL_VERSION;
+  }
+  if (!isKnownMessageType(data[14])) {
+    return ParseError::UNKNOWN_MESSAGE_TYPE;
+  }
   return ParseError::NONE;
 }
 

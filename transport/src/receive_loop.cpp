@@ -1,13 +1,8 @@
-#include <arpa/inet.h>
-#include <poll.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <iomanip>
 
 #include "common/log/log.hpp"
 #include "datagram_reader.hpp"
-#include "networking/udp_sockets.hpp"
 #include "process/kov_platform_posix_process.hpp"
 #include "transport_core.hpp"
 
@@ -16,111 +11,121 @@ namespace kov::platform::networking::someip::detail {
 namespace {
 
 constexpr const char* LOG_PATH = "transport/src/receive_loop.cpp";
-constexpr std::size_t RECEIVE_BUFFER = 65536;
 /// Upper bound of one wait, so that a missed wake-up costs at most this much.
 constexpr std::chrono::milliseconds MAX_WAIT{200};
-
-/// Datagrams read from one socket before the others get their turn.
-constexpr std::size_t MAX_READS_PER_WAKE = 64;
+/// How often records of silent peers are looked for.
+constexpr std::chrono::seconds PEER_PRUNE_PERIOD{1};
 
 }  // namespace
 
 Clock::time_point TransportCore::nextDeadlineLocked() const {
-  return std::min({discovery_.nextDeadline(), server_.nextDeadline(), subscriptions_->nextDeadline()});
+  return std::min(
+      {discovery_.nextDeadline(), server_.nextDeadline(), subscriptions_->nextDeadline(), nextPeerPrune_});
 }
 
 void TransportCore::onTimersLocked(Clock::time_point now) {
   SdOutbox out;
   std::vector<AvailabilityChange> changes;
   discovery_.poll(now, out, changes);
-  for (const auto& change : changes) {
-    subscriptions_->onOfferGone(change.address);
-  }
   server_.poll(now, out);
+  applyChangesLocked(changes);
   subscriptions_->poll(now, out);
   flushLocked(out);
+  if (now >= nextPeerPrune_) {
+    prunePeersLocked(now);
+    nextPeerPrune_ = now + PEER_PRUNE_PERIOD;
+  }
+}
+
+void TransportCore::applyChangesLocked(const std::vector<AvailabilityChange>& changes) {
+  bool gone = false;
+  for (const auto& change : changes) {
+    if (change.available) {
+      continue;
+    }
+    gone = true;
+    subscriptions_->onOfferGone(change.address);
+    for (auto it = pendingCalls_.begin(); it != pendingCalls_.end();) {
+      PendingCall& call = *it->second;
+      if (call.address.serviceId != change.address.serviceId ||
+          call.address.instanceId != change.address.instanceId) {
+        ++it;
+        continue;
+      }
+      call.done = true;
+      call.result = RESULT_INSTANCE_GONE;
+      it = pendingCalls_.erase(it);
+    }
+  }
+  if (gone) {
+    callDone_.notify_all();
+    syncEventGroupsLocked();
+  }
   reportLocked(changes);
+}
+
+void TransportCore::syncEventGroupsLocked() {
+  const std::set<Endpoint> wanted = subscriptions_->groups();
+  for (auto it = joinedGroups_.begin(); it != joinedGroups_.end();) {
+    if (wanted.count(*it) == 0) {
+      network_->leaveGroup(*it);
+      it = joinedGroups_.erase(it);
+    } else {
+      ++it;
+    }
+  }
+  for (const Endpoint& group : wanted) {
+    if (joinedGroups_.count(group) == 0 && network_->joinGroup(group)) {
+      joinedGroups_.insert(group);
+    }
+  }
 }
 
 void TransportCore::receiveLoop() {
   kov::platform::process::setNameOfCurrentThread("someip-receive");
-  std::vector<std::uint8_t> buffer(RECEIVE_BUFFER);
-  std::vector<pollfd> fds;
-  std::vector<PolledSocket> sources;
+  const Network::OnDatagram onDatagram =
+      [this](Channel channel, std::uint16_t instanceId, const Endpoint& from, const std::uint8_t* data,
+             std::size_t size) { this->onDatagram(channel, instanceId, from, data, size); };
   for (;;) {
-    int timeoutMs = 0;
+    std::chrono::milliseconds wait{0};
     {
       std::lock_guard<std::mutex> lock(mutex_);
       if (!connected_) {
         return;
       }
-      const auto now = Clock::now();
+      const auto now = network_->now();
       onTimersLocked(now);
-      const auto wait =
-          std::clamp(std::chrono::duration_cast<std::chrono::milliseconds>(nextDeadlineLocked() - now) +
-                         std::chrono::milliseconds(1),
-                     std::chrono::milliseconds(0), MAX_WAIT);
-      timeoutMs = static_cast<int>(wait.count());
-      fds.clear();
-      sources.clear();
-      fds.push_back({sockets_.wakeReader(), POLLIN, 0});
-      sources.push_back({PolledSocket::Kind::WAKE, 0});
-      fds.push_back({sockets_.sdUnicast(), POLLIN, 0});
-      sources.push_back({PolledSocket::Kind::SD_UNICAST, 0});
-      fds.push_back({sockets_.sdMulticast(), POLLIN, 0});
-      sources.push_back({PolledSocket::Kind::SD_MULTICAST, 0});
-      fds.push_back({sockets_.client(), POLLIN, 0});
-      sources.push_back({PolledSocket::Kind::CLIENT, 0});
-      for (const auto& [instanceId, sock] : sockets_.instanceSockets()) {
-        fds.push_back({sock, POLLIN, 0});
-        sources.push_back({PolledSocket::Kind::INSTANCE, instanceId});
-      }
+      wait = std::clamp(std::chrono::duration_cast<std::chrono::milliseconds>(nextDeadlineLocked() - now) +
+                            std::chrono::milliseconds(1),
+                        std::chrono::milliseconds(0), MAX_WAIT);
     }
-    const int ready = ::poll(fds.data(), fds.size(), timeoutMs);
-    if (ready <= 0) {
-      continue;  // timers are handled at the top; EINTR is harmless
-    }
-    for (std::size_t i = 0; i < fds.size(); ++i) {
-      if ((fds[i].revents & POLLIN) == 0) {
-        continue;
-      }
-      if (sources[i].kind == PolledSocket::Kind::WAKE) {
-        char drain[64];
-        while (::read(fds[i].fd, drain, sizeof(drain)) > 0) {
-        }
-        continue;
-      }
-      // The sockets do not block: read what is there, up to a bound that keeps the others served.
-      for (std::size_t read = 0; read < MAX_READS_PER_WAKE; ++read) {
-        std::size_t received = 0;
-        std::uint32_t ipNetworkOrder = 0;
-        std::uint16_t port = 0;
-        if (udp::tryReadFrom(fds[i].fd, buffer.data(), buffer.size(), received, ipNetworkOrder, port) !=
-                NetworkResult::OK ||
-            received == 0) {
-          break;
-        }
-        dispatchDatagram(sources[i], buffer.data(), received, Endpoint{ntohl(ipNetworkOrder), port});
-      }
-    }
+    network_->receive(wait, onDatagram);
   }
 }
 
-void TransportCore::dispatchDatagram(const PolledSocket& source, const std::uint8_t* data, std::size_t size,
-                                     const Endpoint& from) {
-  switch (source.kind) {
-    case PolledSocket::Kind::SD_UNICAST:
-    case PolledSocket::Kind::SD_MULTICAST:
-      onSdDatagram(data, size, from.ip, source.kind == PolledSocket::Kind::SD_MULTICAST);
+void TransportCore::onDatagram(Channel channel, std::uint16_t instanceId, const Endpoint& from,
+                               const std::uint8_t* data, std::size_t size) {
+  switch (channel) {
+    case Channel::SD_UNICAST:
+    case Channel::SD_MULTICAST:
+      onSdDatagram(data, size, from.ip, channel == Channel::SD_MULTICAST);
       break;
-    case PolledSocket::Kind::CLIENT:
+    case Channel::CLIENT:
+    case Channel::EVENT_GROUP:
       onClientDatagram(data, size, from);
       break;
-    case PolledSocket::Kind::INSTANCE:
-      onServerDatagram(source.instanceId, data, size, from);
+    case Channel::INSTANCE:
+      onServerDatagram(instanceId, data, size, from);
       break;
-    case PolledSocket::Kind::WAKE:
-      break;
+  }
+}
+
+void TransportCore::logMalformedLocked(const char* what, const Endpoint& from, std::size_t offset,
+                                       ParseError error) {
+  std::size_t suppressed = 0;
+  if (mayLogLocked(from.ip, LogKind::MALFORMED, suppressed)) {
+    KOV_LOG(WARN, LOG_PATH) << "Dropping " << what << " from " << toString(from) << " at byte " << offset
+                            << ": " << describe(error) << suppressedNote(suppressed);
   }
 }
 
@@ -129,108 +134,180 @@ void TransportCore::onSdDatagram(const std::uint8_t* data, std::size_t size, std
   if (fromIp == ownIp_) {
     return;  // our own multicast, looped back
   }
-  forEachMessage(data, size, "SOME/IP-SD message", ipToString(fromIp), [&](const MessageView& message) {
-    const MessageHeader& h = message.header;
-    if (h.serviceId != SD_SERVICE_ID || h.methodId != SD_METHOD_ID ||
-        h.messageType != MessageType::NOTIFICATION) {
-      KOV_LOG(WARN, LOG_PATH) << "Dropping a non-SD message on the SD port from " << ipToString(fromIp)
-                              << ": message id 0x" << std::hex << h.serviceId << std::setfill('0')
-                              << std::setw(4) << h.methodId;
-      return;
+  const Endpoint from{fromIp, options_.sdPort};
+  std::size_t offset = 0;
+  forEachMessage(
+      data, size,
+      [&](const MessageView& message, ParseError error) {
+        const MessageHeader& h = message.header;
+        const std::size_t at = offset;
+        offset += HEADER_SIZE + message.payloadSize;
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (!connected_) {
+          return;
+        }
+        if (error != ParseError::NONE) {
+          logMalformedLocked("SOME/IP-SD message", from, at, error);
+          return;
+        }
+        std::size_t suppressed = 0;
+        if (h.serviceId != SD_SERVICE_ID || h.methodId != SD_METHOD_ID ||
+            h.messageType != MessageType::NOTIFICATION) {
+          if (mayLogLocked(fromIp, LogKind::MALFORMED, suppressed)) {
+            KOV_LOG(WARN, LOG_PATH) << "Dropping a non-SD message on the SD port from " << ipToString(fromIp)
+                                    << ": message id 0x" << std::hex << h.serviceId << std::setfill('0')
+                                    << std::setw(4) << h.methodId << suppressedNote(suppressed);
+          }
+          return;
+        }
+        SdMessage sd;
+        const SdParseError sdError = parseSdPayload(message.payload, message.payloadSize, sd);
+        if (sdError != SdParseError::NONE) {
+          if (mayLogLocked(fromIp, LogKind::MALFORMED, suppressed)) {
+            KOV_LOG(WARN, LOG_PATH) << "Dropping SOME/IP-SD message from " << ipToString(fromIp) << ": "
+                                    << describe(sdError) << suppressedNote(suppressed);
+          }
+          return;
+        }
+        if (!sd.issues.empty() && mayLogLocked(fromIp, LogKind::SD_REFUSED, suppressed)) {
+          KOV_LOG(WARN, LOG_PATH) << "SOME/IP-SD message from " << ipToString(fromIp) << ": entry "
+                                  << sd.issues.front().entry << ": " << describe(sd.issues.front().kind)
+                                  << " (" << sd.issues.size() << " such problems in the message; the "
+                                  << "other entries are used)" << suppressedNote(suppressed);
+        }
+        onSdMessageLocked(network_->now(), sd, h.sessionId, fromIp, multicast);
+      },
+      [&](std::size_t at, ParseError error) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        logMalformedLocked("SOME/IP-SD message", from, at, error);
+      });
+}
+
+bool TransportCore::admitPeerLocked(Clock::time_point now, std::uint32_t peerIp) {
+  auto it = peers_.find(peerIp);
+  if (it == peers_.end()) {
+    if (peers_.size() >= options_.maxPeers) {
+      prunePeersLocked(now);
     }
-    SdMessage sd;
-    const SdParseError sdError = parseSdPayload(message.payload, message.payloadSize, sd);
-    if (sdError != SdParseError::NONE) {
-      KOV_LOG(WARN, LOG_PATH) << "Dropping SOME/IP-SD message from " << ipToString(fromIp) << ": "
-                              << describe(sdError);
-      return;
+    if (peers_.size() >= options_.maxPeers) {
+      std::size_t suppressed = 0;
+      if (mayLogLocked(peerIp, LogKind::SD_REFUSED, suppressed)) {
+        KOV_LOG(WARN, LOG_PATH) << "Dropping SOME/IP-SD message from " << ipToString(peerIp) << ": "
+                                << options_.maxPeers << " SD peers are known already"
+                                << suppressedNote(suppressed);
+      }
+      return false;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (connected_) {
-      onSdMessageLocked(Clock::now(), sd, h.sessionId, fromIp, multicast);
+    it = peers_.emplace(peerIp, now).first;
+  }
+  it->second = now;
+  return true;
+}
+
+void TransportCore::prunePeersLocked(Clock::time_point now) {
+  for (auto it = peers_.begin(); it != peers_.end();) {
+    const std::uint32_t peerIp = it->first;
+    if (now - it->second < options_.peerIdleTimeout || discovery_.hasOffersFrom(peerIp) ||
+        server_.hasSubscribersFrom(peerIp)) {
+      ++it;
+      continue;
     }
-  });
+    reboots_.forget(peerIp);
+    unicastSessions_.erase(peerIp);
+    it = peers_.erase(it);
+  }
 }
 
 void TransportCore::onSdMessageLocked(Clock::time_point now, const SdMessage& message, std::uint16_t session,
                                       std::uint32_t fromIp, bool multicast) {
+  if (!admitPeerLocked(now, fromIp)) {
+    return;
+  }
   SdOutbox out;
   std::vector<AvailabilityChange> changes;
   if (reboots_.update(fromIp, multicast, message.reboot(), session)) {
     KOV_LOG(INFO, LOG_PATH) << "SOME/IP-SD peer " << ipToString(fromIp) << " rebooted";
     discovery_.onPeerReboot(fromIp, changes);
     server_.onPeerReboot(fromIp);
-    for (const auto& change : changes) {
-      subscriptions_->onOfferGone(change.address);
-    }
   }
   std::vector<NewSubscriber> joined;
   for (const SdEntry& entry : message.entries) {
-    switch (entry.type) {
-      case SdEntryType::FIND_SERVICE:
-        server_.onFindEntry(entry, fromIp, out);
-        break;
-      case SdEntryType::OFFER_SERVICE: {
-        const std::size_t before = changes.size();
-        discovery_.onOfferEntry(now, fromIp, entry, changes);
-        const Address address{entry.serviceId, entry.instanceId};
-        for (std::size_t i = before; i < changes.size(); ++i) {
-          if (!changes[i].available) {
-            subscriptions_->onOfferGone(changes[i].address);
-          }
-        }
-        if (const auto offer = discovery_.offerOf(address); offer && entry.ttl != 0) {
-          subscriptions_->onOffer(now, address, *offer, out);
-        }
-        break;
-      }
-      case SdEntryType::SUBSCRIBE_EVENTGROUP:
-        server_.onSubscribeEntry(now, fromIp, entry, out, joined);
-        break;
-      case SdEntryType::SUBSCRIBE_EVENTGROUP_ACK:
-        subscriptions_->onAckEntry(fromIp, entry);
-        break;
-    }
+    onSdEntryLocked(now, entry, fromIp, out, changes, joined);
   }
+  applyChangesLocked(changes);
+  syncEventGroupsLocked();
   flushLocked(out);
-  // New subscribers get the current value of each event of their group, after the Ack.
-  for (const auto& subscriber : joined) {
-    const auto offered = offeredEvents_.find(subscriber.address);
-    if (offered == offeredEvents_.end()) {
-      continue;
-    }
-    const auto group = offered->second.eventgroups.find(subscriber.eventgroupId);
-    if (group == offered->second.eventgroups.end()) {
-      continue;
-    }
-    std::uint16_t port = 0;
-    const int sock = sockets_.instanceSocket(subscriber.address.instanceId, options_.unicastAddress, port);
-    for (const auto eventId : group->second) {
-      const auto value = offered->second.lastValues.find(eventId);
-      if (value != offered->second.lastValues.end()) {
-        sendNotificationLocked(sock, subscriber.address, eventId, value->second, subscriber.endpoint);
+  sendInitialValuesLocked(joined);
+}
+
+void TransportCore::onSdEntryLocked(Clock::time_point now, const SdEntry& entry, std::uint32_t fromIp,
+                                    SdOutbox& out, std::vector<AvailabilityChange>& changes,
+                                    std::vector<NewSubscriber>& joined) {
+  std::size_t suppressed = 0;
+  switch (entry.type) {
+    case SdEntryType::FIND_SERVICE:
+      server_.onFindEntry(entry, fromIp, out);
+      break;
+    case SdEntryType::OFFER_SERVICE: {
+      const Address address{entry.serviceId, entry.instanceId};
+      if (!discovery_.onOfferEntry(now, fromIp, entry, changes) &&
+          mayLogLocked(fromIp, LogKind::SD_REFUSED, suppressed)) {
+        KOV_LOG(WARN, LOG_PATH) << "Ignoring the offer of [0x" << std::hex << entry.serviceId << ",0x"
+                                << entry.instanceId << "] from " << ipToString(fromIp) << ": " << std::dec
+                                << options_.maxRemoteOffers << " offers are kept already"
+                                << suppressedNote(suppressed);
       }
+      if (const auto offer = discovery_.offerOf(address); offer && entry.ttl != 0) {
+        // A StopOffer and a new offer of the same instance may share a message: the subscription
+        // must see the StopOffer first.
+        applyChangesLocked(changes);
+        changes.clear();
+        subscriptions_->onOffer(now, address, *offer, out);
+      }
+      break;
     }
+    case SdEntryType::SUBSCRIBE_EVENTGROUP: {
+      const char* refused = server_.onSubscribeEntry(now, fromIp, entry, out, joined);
+      if (refused != nullptr && mayLogLocked(fromIp, LogKind::SD_REFUSED, suppressed)) {
+        KOV_LOG(WARN, LOG_PATH) << "Refusing the subscription of " << ipToString(fromIp)
+                                << " to event group 0x" << std::hex << entry.eventgroupId << " of [0x"
+                                << entry.serviceId << ",0x" << entry.instanceId << "]: " << refused
+                                << suppressedNote(suppressed);
+      }
+      break;
+    }
+    case SdEntryType::SUBSCRIBE_EVENTGROUP_ACK:
+      subscriptions_->onAckEntry(fromIp, entry);
+      break;
   }
-  reportLocked(changes);
 }
 
 void TransportCore::onClientDatagram(const std::uint8_t* data, std::size_t size, const Endpoint& from) {
-  forEachMessage(data, size, "SOME/IP message", toString(from), [&](const MessageView& message) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    switch (message.header.messageType) {
-      case MessageType::RESPONSE:
-      case MessageType::ERROR:
-        onResponseLocked(message, from);
-        break;
-      case MessageType::NOTIFICATION:
-        onNotificationLocked(message, from);
-        break;
-      default:
-        KOV_LOG(DEBUG, LOG_PATH) << "Ignoring a request sent to the client socket by " << toString(from);
-        break;
-    }
-  });
+  forEachMessage(
+      data, size,
+      [&](const MessageView& message, ParseError error) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (error != ParseError::NONE) {
+          logMalformedLocked("SOME/IP message", from, 0, error);
+          return;
+        }
+        switch (message.header.messageType) {
+          case MessageType::RESPONSE:
+          case MessageType::ERROR:
+            onResponseLocked(message, from);
+            break;
+          case MessageType::NOTIFICATION:
+            onNotificationLocked(message, from);
+            break;
+          default:
+            KOV_LOG(DEBUG, LOG_PATH) << "Ignoring a request sent to the client socket by " << toString(from);
+            break;
+        }
+      },
+      [&](std::size_t at, ParseError error) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        logMalformedLocked("SOME/IP message", from, at, error);
+      });
 }
 
 void TransportCore::onResponseLocked(const MessageView& message, const Endpoint& from) {
@@ -273,11 +350,12 @@ void TransportCore::onNotificationLocked(const MessageView& message, const Endpo
   }
   auto slot = it->second.slot;
   std::vector<std::uint8_t> payload(message.payload, message.payload + message.payloadSize);
+  const std::size_t bytes = payload.size();
   const bool queued = dispatch_.postDroppable(
       [slot, eventId, payload = std::move(payload)] {
         slot->invoke(eventId, static_cast<const void*>(payload.data()), payload.size());
       },
-      options_.maxHandlerBacklog);
+      bytes, options_.maxHandlerBacklog, options_.maxHandlerBacklogBytes);
   noteBacklog(queued, "event 0x", eventId);
 }
 

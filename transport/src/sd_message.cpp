@@ -21,31 +21,23 @@ constexpr std::size_t IPV4_OPTION_SIZE = 12;
 constexpr std::size_t MAX_RUN_OPTIONS = 15;    // the 4-bit count of one option run
 constexpr std::size_t MAX_OPTION_INDEX = 255;  // the 8-bit index of a run's first option
 
-/// Option types that SOME/IP-SD defines but this transport ignores.
-bool isSkippedOptionType(std::uint8_t type) {
-  switch (type) {
-    case 0x01:  // configuration
-    case 0x02:  // load balancing
-    case 0x06:  // IPv6 endpoint
-    case 0x16:  // IPv6 multicast
-    case 0x24:  // IPv4 SD endpoint
-    case 0x26:  // IPv6 SD endpoint
-      return true;
-    default:
-      return false;
-  }
-}
-
 bool isKnownEntryType(std::uint8_t type) {
   return type == 0x00 || type == 0x01 || type == 0x06 || type == 0x07;
 }
 
-/// One option slot of the options array: an IPv4 option, or a skipped one (`used` false).
+/// One option of the options array, kept by its index so that entries can name it.
 struct OptionSlot {
-  bool used{false};
+  enum class State : std::uint8_t {
+    SKIPPED,       // a type this transport does not attach (configuration, IPv6, SD endpoint, unknown)
+    USABLE,        // an IPv4 endpoint or multicast option, decoded into `option`
+    WRONG_LENGTH,  // an IPv4 option whose length field is not 9
+  };
+  State state{State::SKIPPED};
   SdOption option;
 };
 
+/// Splits the options array into slots by their length fields. Fails only when a length field reaches
+/// past the array (or too few bytes are left for one): past that point no option can be located.
 SdParseError parseOptions(const std::uint8_t* data, std::size_t size, std::vector<OptionSlot>& slots) {
   std::size_t offset = 0;
   while (offset < size) {
@@ -60,17 +52,16 @@ SdParseError parseOptions(const std::uint8_t* data, std::size_t size, std::vecto
     OptionSlot slot;
     if (type == static_cast<std::uint8_t>(SdOptionType::IPV4_ENDPOINT) ||
         type == static_cast<std::uint8_t>(SdOptionType::IPV4_MULTICAST)) {
-      if (length != IPV4_OPTION_LENGTH) {
-        return SdParseError::OPTION_LENGTH_WRONG;
+      if (length == IPV4_OPTION_LENGTH) {
+        const std::uint8_t* p = data + offset;
+        slot.state = OptionSlot::State::USABLE;
+        slot.option.type = static_cast<SdOptionType>(type);
+        slot.option.address = read32(p + 4);
+        slot.option.protocol = p[9];
+        slot.option.port = read16(p + 10);
+      } else {
+        slot.state = OptionSlot::State::WRONG_LENGTH;
       }
-      const std::uint8_t* p = data + offset;
-      slot.used = true;
-      slot.option.type = static_cast<SdOptionType>(type);
-      slot.option.address = read32(p + 4);
-      slot.option.protocol = p[9];
-      slot.option.port = read16(p + 10);
-    } else if (!isSkippedOptionType(type)) {
-      return SdParseError::UNKNOWN_OPTION_TYPE;
     }
     slots.push_back(slot);
     offset += static_cast<std::size_t>(length) + 3;
@@ -78,20 +69,24 @@ SdParseError parseOptions(const std::uint8_t* data, std::size_t size, std::vecto
   return SdParseError::NONE;
 }
 
-SdParseError attachRun(const std::vector<OptionSlot>& slots, std::size_t first, std::size_t count,
-                       SdEntry& entry) {
-  if (count == 0) {
-    return SdParseError::NONE;
-  }
-  if (first + count > slots.size()) {
-    return SdParseError::OPTION_INDEX_OUT_OF_RANGE;
-  }
+/// Whether a run of `count` options from index `first` lies within the options array. An empty run
+/// names no option, whatever its index.
+bool runFits(const std::vector<OptionSlot>& slots, std::size_t first, std::size_t count) {
+  return count == 0 || first + count <= slots.size();
+}
+
+/// Appends the usable options of a run that fits; true when the run holds an IPv4 option of a wrong
+/// length.
+bool attachRun(const std::vector<OptionSlot>& slots, std::size_t first, std::size_t count, SdEntry& entry) {
+  bool wrongLength = false;
   for (std::size_t i = first; i < first + count; ++i) {
-    if (slots[i].used) {
+    if (slots[i].state == OptionSlot::State::USABLE) {
       entry.options.push_back(slots[i].option);
+    } else if (slots[i].state == OptionSlot::State::WRONG_LENGTH) {
+      wrongLength = true;
     }
   }
-  return SdParseError::NONE;
+  return wrongLength;
 }
 
 /// Places `count` options from `run` as consecutive options of `options`: an equal run already there is
@@ -160,7 +155,7 @@ SdParseError parseSdPayload(const std::uint8_t* data, std::size_t size, SdMessag
     return SdParseError::OPTIONS_OVERRUN;
   }
   std::vector<OptionSlot> slots;
-  SdParseError error = parseOptions(data + optionsAt + 4, optionsLength, slots);
+  const SdParseError error = parseOptions(data + optionsAt + 4, optionsLength, slots);
   if (error != SdParseError::NONE) {
     return error;
   }
@@ -169,8 +164,18 @@ SdParseError parseSdPayload(const std::uint8_t* data, std::size_t size, SdMessag
   parsed.flags = data[0];
   for (std::size_t at = 0; at < entriesLength; at += SD_ENTRY_SIZE) {
     const std::uint8_t* p = entries + at;
+    const std::size_t index = at / SD_ENTRY_SIZE;
+    const std::size_t first1 = p[1];
+    const std::size_t first2 = p[2];
+    const std::size_t count1 = p[3] >> 4;
+    const std::size_t count2 = p[3] & 0x0F;
     if (!isKnownEntryType(p[0])) {
-      return SdParseError::UNKNOWN_ENTRY_TYPE;
+      parsed.issues.push_back({SdParseError::UNKNOWN_ENTRY_TYPE, index});
+      continue;
+    }
+    if (!runFits(slots, first1, count1) || !runFits(slots, first2, count2)) {
+      parsed.issues.push_back({SdParseError::OPTION_INDEX_OUT_OF_RANGE, index});
+      continue;
     }
     SdEntry entry;
     entry.type = static_cast<SdEntryType>(p[0]);
@@ -184,12 +189,10 @@ SdParseError parseSdPayload(const std::uint8_t* data, std::size_t size, SdMessag
       entry.counter = p[13] & 0x0F;
       entry.eventgroupId = read16(p + 14);
     }
-    error = attachRun(slots, p[1], p[3] >> 4, entry);
-    if (error == SdParseError::NONE) {
-      error = attachRun(slots, p[2], p[3] & 0x0F, entry);
-    }
-    if (error != SdParseError::NONE) {
-      return error;
+    const bool wrongLength1 = attachRun(slots, first1, count1, entry);
+    const bool wrongLength2 = attachRun(slots, first2, count2, entry);
+    if (wrongLength1 || wrongLength2) {
+      parsed.issues.push_back({SdParseError::OPTION_LENGTH_WRONG, index});
     }
     parsed.entries.push_back(std::move(entry));
   }

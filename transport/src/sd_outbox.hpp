@@ -52,6 +52,18 @@ inline const SdOption* udpEndpointOf(const SdEntry& entry) {
   return nullptr;
 }
 
+/// True for an endpoint that can be sent to: a unicast address other than 0.0.0.0 and a port other
+/// than 0 (multicast and broadcast addresses are not endpoints of one participant).
+inline bool isUsableUnicast(const SdOption& option) {
+  const bool multicastOrReserved = (option.address >> 28) >= 0xE;
+  return option.address != 0 && !multicastOrReserved && option.port != 0;
+}
+
+/// True for a multicast group with a port, as an event group's multicast option names it.
+inline bool isUsableMulticast(const SdOption& option) {
+  return (option.address >> 28) == 0xE && option.port != 0 && option.protocol == L4_PROTOCOL_UDP;
+}
+
 inline SdOption udpEndpointOption(const Endpoint& endpoint) {
   SdOption option;
   option.type = SdOptionType::IPV4_ENDPOINT;

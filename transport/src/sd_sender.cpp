@@ -1,16 +1,20 @@
 #include <algorithm>
+#include <cstring>
+
+#include "common/log/log.hpp"
 
 #include "transport_core.hpp"
 
 namespace kov::platform::networking::someip::detail {
 
 namespace {
+constexpr const char* LOG_PATH = "transport/src/sd_sender.cpp";
 /// Entries per SD message, so that a message with an option per entry stays within one Ethernet frame.
 constexpr std::size_t MAX_ENTRIES_PER_MESSAGE = 40;
 }  // namespace
 
 void TransportCore::flushLocked(SdOutbox& out) {
-  if (out.empty() || sockets_.sdUnicast() == -1) {
+  if (out.empty() || !connected_) {
     out.clear();
     return;
   }
@@ -38,6 +42,7 @@ void TransportCore::flushLocked(SdOutbox& out) {
 }
 
 void TransportCore::sendSdLocked(bool multicast, std::uint32_t peerIp, const std::vector<SdEntry>& entries) {
+  // Unicast SD goes only to peers that were heard (admitted), so this map stays within maxPeers.
   SdSessionCounter& counter = multicast ? multicastSession_ : unicastSessions_[peerIp];
   const auto [session, reboot] = counter.next();
   SdMessage message;
@@ -55,7 +60,17 @@ void TransportCore::sendSdLocked(bool multicast, std::uint32_t peerIp, const std
   std::vector<std::uint8_t> datagram;
   appendMessage(header, payload.data(), payload.size(), datagram);
   const Endpoint to{multicast ? multicastIp_ : peerIp, options_.sdPort};
-  sendDatagram(sockets_.sdUnicast(), to, datagram.data(), datagram.size());
+  sendLocked(Channel::SD_UNICAST, 0, to, datagram);
+}
+
+void TransportCore::sendLocked(Channel channel, std::uint16_t instanceId, const Endpoint& to,
+                               const std::vector<std::uint8_t>& datagram) {
+  const int error = network_->send(channel, instanceId, to, datagram.data(), datagram.size());
+  std::size_t suppressed = 0;
+  if (error != 0 && mayLogLocked(to.ip, LogKind::SEND_FAILED, suppressed)) {
+    KOV_LOG(WARN, LOG_PATH) << "Failed to send " << datagram.size() << " bytes to " << toString(to) << ": "
+                            << std::strerror(error) << suppressedNote(suppressed);
+  }
 }
 
 void TransportCore::reportLocked(const std::vector<AvailabilityChange>& changes) {
@@ -70,7 +85,7 @@ void TransportCore::reportLocked(const std::vector<AvailabilityChange>& changes)
   }
 }
 
-void TransportCore::sendNotificationLocked(int sock, const Address& address, std::uint16_t eventId,
+void TransportCore::sendNotificationLocked(const Address& address, std::uint16_t eventId,
                                            const std::vector<std::uint8_t>& payload, const Endpoint& to) {
   MessageHeader header;
   header.serviceId = address.serviceId;
@@ -83,7 +98,7 @@ void TransportCore::sendNotificationLocked(int sock, const Address& address, std
   std::vector<std::uint8_t> datagram;
   datagram.reserve(HEADER_SIZE + payload.size());
   appendMessage(header, payload.data(), payload.size(), datagram);
-  sendDatagram(sock, to, datagram.data(), datagram.size());
+  sendLocked(Channel::INSTANCE, address.instanceId, to, datagram);
 }
 
 }  // namespace kov::platform::networking::someip::detail

@@ -45,6 +45,12 @@ class RebootDetector {
     return rebooted;
   }
 
+  /// Forgets both channels' records of `peerIp`.
+  void forget(std::uint32_t peerIp) {
+    peers_.erase({peerIp, false});
+    peers_.erase({peerIp, true});
+  }
+
  private:
   struct Last {
     bool seen{false};

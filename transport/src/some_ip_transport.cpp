@@ -1,11 +1,13 @@
 #include "someip/some_ip_transport.hpp"
 
 #include "transport_core.hpp"
+#include "udp_network.hpp"
 
 namespace kov::platform::networking::someip {
 
 SomeIpTransport::SomeIpTransport(TransportOptions options)
-    : core_(std::make_unique<detail::TransportCore>(std::move(options))) {}
+    : core_(std::make_unique<detail::TransportCore>(std::move(options),
+                                                    std::make_unique<detail::UdpNetwork>())) {}
 
 SomeIpTransport::~SomeIpTransport() = default;
 

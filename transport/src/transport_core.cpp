@@ -1,7 +1,5 @@
 #include "transport_core.hpp"
 
-#include <unistd.h>
-
 #include "common/log/log.hpp"
 
 namespace kov::platform::networking::someip::detail {
@@ -10,11 +8,13 @@ namespace {
 constexpr const char* LOG_PATH = "transport/src/transport_core.cpp";
 }
 
-TransportCore::TransportCore(TransportOptions options)
+TransportCore::TransportCore(TransportOptions options, std::unique_ptr<Network> network)
     : options_(std::move(options)),
+      network_(std::move(network)),
       random_(std::random_device{}()),
       discovery_(options_, [this] { return randomInitialDelay(); }),
-      server_(options_, [this] { return randomInitialDelay(); }) {}
+      server_(options_, [this] { return randomInitialDelay(); }),
+      logLimiter_(options_.logInterval) {}
 
 TransportCore::~TransportCore() {
   disconnect();
@@ -28,7 +28,8 @@ std::chrono::milliseconds TransportCore::randomInitialDelay() {
 }
 
 Result TransportCore::connect() {
-  std::unique_lock<std::mutex> lock(mutex_);
+  std::lock_guard<std::mutex> lifecycle(lifecycleMutex_);
+  std::lock_guard<std::mutex> lock(mutex_);
   if (connected_) {
     return Result::Ok;
   }
@@ -39,12 +40,12 @@ Result TransportCore::connect() {
   }
   parseIp(options_.unicastAddress, ownIp_);
   parseIp(options_.sdMulticastAddress, multicastIp_);
-  if (!sockets_.open(options_.unicastAddress, options_.sdMulticastAddress, options_.sdPort,
-                     options_.clientPort)) {
+  if (!network_->open(options_)) {
     KOV_LOG(ERROR, LOG_PATH) << "SOME/IP transport could not open its sockets on " << options_.unicastAddress;
     return RESULT_SOCKET_ERROR;
   }
-  subscriptions_ = std::make_unique<EventSubscriptions>(options_, Endpoint{ownIp_, sockets_.clientPort()});
+  resetStateLocked();
+  subscriptions_ = std::make_unique<EventSubscriptions>(options_, Endpoint{ownIp_, network_->clientPort()});
   connected_ = true;
   dispatch_.start();
   receiver_ = std::thread([this] { receiveLoop(); });
@@ -52,6 +53,7 @@ Result TransportCore::connect() {
 }
 
 Result TransportCore::disconnect() {
+  std::lock_guard<std::mutex> lifecycle(lifecycleMutex_);
   std::thread receiver;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -69,7 +71,7 @@ Result TransportCore::disconnect() {
     }
     pendingCalls_.clear();
     receiver = std::move(receiver_);
-    wakeReceiver();
+    network_->wake();
   }
   callDone_.notify_all();
   if (receiver.joinable()) {
@@ -77,18 +79,42 @@ Result TransportCore::disconnect() {
   }
   dispatch_.stop();
   std::lock_guard<std::mutex> lock(mutex_);
-  sockets_.closeAll();
+  network_->close();
+  resetStateLocked();
+  return Result::Ok;
+}
+
+void TransportCore::resetStateLocked() {
+  // A new connection starts as a new participant: nothing learnt or promised before is kept, and
+  // every SD channel starts again at session 1 with the reboot flag set.
+  discovery_.clear();
+  SdOutbox ignored;
+  server_.stopAll(ignored);
+  if (subscriptions_) {
+    subscriptions_->removeAll(ignored);
+  }
+  multicastSession_ = SdSessionCounter{};
+  unicastSessions_.clear();
+  reboots_ = RebootDetector{};
+  peers_.clear();
+  logLimiter_.clear();
   eventSubscriptions_.clear();
   offeredEvents_.clear();
-  unicastSessions_.clear();
-  return Result::Ok;
+  joinedGroups_.clear();
+  pendingCalls_.clear();
+  droppedForBacklog_ = 0;
+}
+
+bool TransportCore::mayLogLocked(std::uint32_t peerIp, LogKind kind, std::size_t& suppressed) {
+  return logLimiter_.allow(network_->now(), peerIp, kind, suppressed);
 }
 
 void TransportCore::noteBacklog(bool queued, const char* what, std::uint16_t id) {
   if (!queued) {
     if (droppedForBacklog_++ == 0) {
       KOV_LOG(WARN, LOG_PATH) << "Handlers fall behind: dropping " << what << std::hex << id << " and what "
-                              << "follows while " << std::dec << options_.maxHandlerBacklog << " tasks wait";
+                              << "follows while " << std::dec << options_.maxHandlerBacklog << " tasks or "
+                              << options_.maxHandlerBacklogBytes << " bytes wait";
     }
     return;
   }
@@ -96,13 +122,6 @@ void TransportCore::noteBacklog(bool queued, const char* what, std::uint16_t id)
     KOV_LOG(WARN, LOG_PATH) << "Handlers caught up; " << droppedForBacklog_
                             << " events or requests were dropped";
     droppedForBacklog_ = 0;
-  }
-}
-
-void TransportCore::wakeReceiver() {
-  const char byte = 1;
-  if (sockets_.wakeWriter() != -1) {
-    [[maybe_unused]] const auto written = ::write(sockets_.wakeWriter(), &byte, 1);
   }
 }
 

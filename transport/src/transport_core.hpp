@@ -15,21 +15,23 @@
 #include "dispatch_queue.hpp"
 #include "event_subscriptions.hpp"
 #include "handler_slot.hpp"
+#include "log_limiter.hpp"
+#include "network.hpp"
 #include "sd_session.hpp"
-#include "socket_set.hpp"
 #include "someip/some_ip_transport.hpp"
 
 namespace kov::platform::networking::someip::detail {
 
-/// Everything behind SomeIpTransport. One mutex (`mutex_`) guards all state; handlers run on the
-/// dispatch thread without it; the receive thread owns the sockets' reading side.
+/// Everything behind SomeIpTransport. `lifecycleMutex_` serialises connect and disconnect; `mutex_`
+/// guards all other state; handlers run on the dispatch thread without either; the receive thread
+/// reads the network. Sockets and time come from a Network, which tests replace.
 class TransportCore {
  public:
   using AvailabilityHandler = ISomeIpTransport::AvailabilityHandler;
   using EventHandler = ISomeIpTransport::EventHandler;
   using RequestHandler = SomeIpTransport::RequestHandler;
 
-  explicit TransportCore(TransportOptions options);
+  TransportCore(TransportOptions options, std::unique_ptr<Network> network);
   ~TransportCore();
 
   // Lifecycle (transport_core.cpp).
@@ -73,46 +75,61 @@ class TransportCore {
     std::map<std::uint16_t, std::vector<std::uint8_t>> lastValues;  // library event id -> payload
   };
 
-  /// One socket the receive loop waits on, and what arrives there.
-  struct PolledSocket {
-    enum class Kind { SD_UNICAST, SD_MULTICAST, CLIENT, INSTANCE, WAKE };
-    Kind kind;
-    std::uint16_t instanceId;
-  };
+  // Lifecycle (transport_core.cpp).
+  void resetStateLocked();
+  /// Logs at most once per peer, kind and interval; false when the line is suppressed.
+  bool mayLogLocked(std::uint32_t peerIp, LogKind kind, std::size_t& suppressed);
 
   // Receive loop (receive_loop.cpp).
   void receiveLoop();
-  void dispatchDatagram(const PolledSocket& source, const std::uint8_t* data, std::size_t size,
-                        const Endpoint& from);
+  void onDatagram(Channel channel, std::uint16_t instanceId, const Endpoint& from, const std::uint8_t* data,
+                  std::size_t size);
   void onTimersLocked(Clock::time_point now);
   void onSdDatagram(const std::uint8_t* data, std::size_t size, std::uint32_t fromIp, bool multicast);
   void onSdMessageLocked(Clock::time_point now, const SdMessage& message, std::uint16_t session,
                          std::uint32_t fromIp, bool multicast);
+  void onSdEntryLocked(Clock::time_point now, const SdEntry& entry, std::uint32_t fromIp, SdOutbox& out,
+                       std::vector<AvailabilityChange>& changes, std::vector<NewSubscriber>& joined);
+  bool admitPeerLocked(Clock::time_point now, std::uint32_t peerIp);
+  void prunePeersLocked(Clock::time_point now);
   void onClientDatagram(const std::uint8_t* data, std::size_t size, const Endpoint& from);
-  void onServerDatagram(std::uint16_t instanceId, const std::uint8_t* data, std::size_t size,
-                        const Endpoint& from);
   void onResponseLocked(const MessageView& message, const Endpoint& from);
   void onNotificationLocked(const MessageView& message, const Endpoint& from);
+  void logMalformedLocked(const char* what, const Endpoint& from, std::size_t offset, ParseError error);
   Clock::time_point nextDeadlineLocked() const;
+  /// Hands availability changes on: a gone instance ends the calls waiting for it and its event
+  /// subscription waits for the next offer; then the changes are reported.
+  void applyChangesLocked(const std::vector<AvailabilityChange>& changes);
+  /// Joins the multicast groups that acknowledged subscriptions name and leaves the others.
+  void syncEventGroupsLocked();
+
+  // Server side (server_side.cpp).
+  void onServerDatagram(std::uint16_t instanceId, const std::uint8_t* data, std::size_t size,
+                        const Endpoint& from);
+  void onRequestLocked(std::uint16_t instanceId, const MessageView& message, ParseError error,
+                       const Endpoint& from);
+  void sendInitialValuesLocked(const std::vector<NewSubscriber>& joined);
 
   // Sending (sd_sender.cpp).
   void flushLocked(SdOutbox& out);
   void sendSdLocked(bool multicast, std::uint32_t peerIp, const std::vector<SdEntry>& entries);
+  void sendLocked(Channel channel, std::uint16_t instanceId, const Endpoint& to,
+                  const std::vector<std::uint8_t>& datagram);
   void reportLocked(const std::vector<AvailabilityChange>& changes);
-  void sendNotificationLocked(int sock, const Address& address, std::uint16_t eventId,
+  void sendNotificationLocked(const Address& address, std::uint16_t eventId,
                               const std::vector<std::uint8_t>& payload, const Endpoint& to);
   std::chrono::milliseconds randomInitialDelay();
   /// Logs the first task dropped because handlers fall behind, and the end of such a stretch.
   void noteBacklog(bool queued, const char* what, std::uint16_t id);
-  void wakeReceiver();
 
   const TransportOptions options_;
+  const std::unique_ptr<Network> network_;
   std::uint32_t ownIp_{0};
   std::uint32_t multicastIp_{0};
 
+  std::mutex lifecycleMutex_;
   mutable std::mutex mutex_;
   bool connected_{false};
-  SocketSet sockets_;
   std::minstd_rand random_;
   DiscoveryClient discovery_;
   DiscoveryServer server_;
@@ -120,10 +137,14 @@ class TransportCore {
   SdSessionCounter multicastSession_;
   std::map<std::uint32_t, SdSessionCounter> unicastSessions_;
   RebootDetector reboots_;
+  std::map<std::uint32_t, Clock::time_point> peers_;  // SD peers heard, with when they were last heard
+  Clock::time_point nextPeerPrune_{};
+  LogLimiter logLimiter_;
 
   std::set<std::uint16_t> watchedServices_;
   std::shared_ptr<HandlerSlot<AvailabilityHandler>> availabilitySlot_;
   std::map<Address, EventSubscription, AddressLess> eventSubscriptions_;
+  std::set<Endpoint> joinedGroups_;
 
   std::uint16_t nextSession_{1};
   std::map<std::uint16_t, std::shared_ptr<PendingCall>> pendingCalls_;  // by session id

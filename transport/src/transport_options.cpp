@@ -31,8 +31,14 @@ bool validateOptions(const TransportOptions& options, std::string& problem) {
     problem = "timings must be positive, initialDelayMin <= initialDelayMax and repetitionsMax <= 16";
     return false;
   }
-  if (options.maxHandlerBacklog == 0) {
-    problem = "maxHandlerBacklog must be at least 1";
+  if (options.maxHandlerBacklog == 0 || options.maxHandlerBacklogBytes == 0 || options.maxRemoteOffers == 0 ||
+      options.maxPeers == 0 || options.maxSubscribersPerPeer == 0 || options.maxSubscribers == 0 ||
+      options.maxPendingCalls == 0) {
+    problem = "maxHandlerBacklog, maxHandlerBacklogBytes and the max* table bounds must be at least 1";
+    return false;
+  }
+  if (options.peerIdleTimeout.count() <= 0 || options.logInterval.count() < 0) {
+    problem = "peerIdleTimeout must be positive and logInterval not negative";
     return false;
   }
   return true;

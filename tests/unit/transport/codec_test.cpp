@@ -148,7 +148,7 @@ TEST(SomeIpDatagram, MessagesBackToBackAreReadOneAfterTheOther) {
   EXPECT_EQ(offset, datagram.size() - 2);
 }
 
-TEST(SomeIpHeader, MalformedInputIsRefusedAndLeavesTheResultAlone) {
+TEST(SomeIpHeader, MalformedInputIsRefusedAndOnlyAMeasuredMessageIsRead) {
   // A valid request of 4 payload bytes; each case changes what makes it wrong.
   const Bytes good{0x12, 0x34, 0x00, 0x01, 0x00, 0x00, 0x00, 0x0C, 0x10, 0x00,
                    0x00, 0x01, 0x01, 0x01, 0x00, 0x00, 0xA1, 0xA2, 0xA3, 0xA4};
@@ -191,8 +191,10 @@ TEST(SomeIpHeader, MalformedInputIsRefusedAndLeavesTheResultAlone) {
     std::size_t consumed = UNTOUCHED;
     EXPECT_EQ(parseMessage(c.bytes.data(), c.bytes.size(), view, consumed), c.error) << c.name;
     EXPECT_EQ(consumed, c.consumed) << c.name;
-    EXPECT_EQ(view.header.serviceId, 0xABCD) << c.name;
-    EXPECT_EQ(view.payloadSize, 99U) << c.name;
+    // A message that could be measured is read, so that a server can answer it with an error.
+    const bool read = c.consumed != UNTOUCHED;
+    EXPECT_EQ(view.header.serviceId, read ? 0x1234 : 0xABCD) << c.name;
+    EXPECT_EQ(view.payloadSize, read ? 4U : 99U) << c.name;
     EXPECT_STRNE(describe(c.error), describe(ParseError::NONE)) << c.name;
   }
   MessageView view;
@@ -202,6 +204,15 @@ TEST(SomeIpHeader, MalformedInputIsRefusedAndLeavesTheResultAlone) {
   // The unchanged message is accepted, so every refusal above is caused by its one change.
   ASSERT_EQ(parseMessage(good.data(), good.size(), view, consumed), ParseError::NONE);
   EXPECT_EQ(consumed, 20U);
+  // The two most significant bits of a return code are reserved and ignored on reception.
+  for (const auto& [wire, code] :
+       std::vector<std::pair<std::uint8_t, ReturnCode>>{{0xC0, ReturnCode::E_OK},
+                                                        {0x45, ReturnCode::E_NOT_REACHABLE},
+                                                        {0x88, ReturnCode::E_WRONG_INTERFACE_VERSION}}) {
+    const Bytes response = with(14, {0x80, wire});
+    ASSERT_EQ(parseMessage(response.data(), response.size(), view, consumed), ParseError::NONE);
+    EXPECT_EQ(view.header.returnCode, code) << int{wire};
+  }
 }
 
 TEST(SomeIpSession, CountsFromOneToFfffAndWrapsToOneNeverZero) {

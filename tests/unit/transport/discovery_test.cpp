@@ -159,9 +159,13 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   Changes changes;
   SdOutbox out;
   const auto offer = [&](Clock::time_point at, std::uint32_t peer, const SdEntry& entry) {
-    client.onOfferEntry(at, peer, entry, changes);
+    return client.onOfferEntry(at, peer, entry, changes);
   };
 
+  // Offers of a service nobody requested are not kept.
+  offer(T0, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A));
+  EXPECT_TRUE(client.offeredAddresses().empty());
+  client.requestService(0x1234, T0);
   offer(T0, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A));
   ASSERT_EQ(text(changes), "+16 ");
   const auto remote = client.offerOf(SERVICE_10);
@@ -171,9 +175,13 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   EXPECT_EQ(client.instanceAt(ENDPOINT_A, 0x1234), std::optional<std::uint16_t>(0x0010));
   EXPECT_EQ(client.instanceAt(ENDPOINT_A, 0x4321), std::nullopt);
 
-  // Offers that cannot be used change nothing: TCP only, the wildcard instance.
+  // Offers that cannot be used change nothing: TCP only, the wildcard instance, an endpoint that is
+  // no unicast participant.
   offer(T0, PEER_A, offerEntry(SERVICE_11, 3, ENDPOINT_A, L4_PROTOCOL_TCP));
   offer(T0, PEER_A, offerEntry({0x1234, 0xFFFF}, 3, ENDPOINT_A));
+  for (const Endpoint& unusable : {Endpoint{0, 30501}, Endpoint{PEER_A, 0}, Endpoint{0xEF000001, 30501}}) {
+    offer(T0, PEER_A, offerEntry(SERVICE_11, 3, unusable));
+  }
   // A repeated offer renews the TTL without a change.
   offer(T0 + 2s, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A));
   client.poll(T0 + 5s - 1ms, out, changes);
@@ -201,10 +209,24 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   client.onPeerReboot(PEER_A, changes);
   offer(T0 + 8s, PEER_A, offerEntry(SERVICE_10, TTL_INFINITE, ENDPOINT_A));
   EXPECT_EQ(text(changes), "+16 +17 -16 +16 ");
+  client.poll(T0 + 8s, out, changes);
   EXPECT_EQ(client.nextDeadline(), Clock::time_point::max());  // infinite TTLs never expire
+  out.clear();
   client.poll(T0 + std::chrono::hours(24 * 365), out, changes);
   EXPECT_EQ(client.offeredAddresses().size(), 2U);
   EXPECT_TRUE(out.empty());
+
+  // The table of offers is bounded: a new instance beyond maxRemoteOffers is refused, a known one is
+  // still renewed.
+  TransportOptions small = testOptions();
+  small.maxRemoteOffers = 1;
+  DiscoveryClient bounded(small, fixedInitialDelay);
+  bounded.requestService(0x1234, T0);
+  changes.clear();
+  EXPECT_TRUE(bounded.onOfferEntry(T0, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A), changes));
+  EXPECT_FALSE(bounded.onOfferEntry(T0, PEER_B, offerEntry(SERVICE_11, 3, {PEER_B, 30502}), changes));
+  EXPECT_TRUE(bounded.onOfferEntry(T0 + 1s, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A), changes));
+  EXPECT_EQ(text(changes), "+16 ");
 }
 
 TEST(RebootDetector, SessionGoingBackOrFlagComingBackIsARebootPerPeerAndChannel) {

@@ -2,6 +2,7 @@
 // needed; skipped otherwise), so that SD multicast never reaches the host's interfaces.
 
 #include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -11,6 +12,8 @@
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
+#include <set>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -305,34 +308,99 @@ TEST_F(LoopbackTest, StopOfferMakesTheInstanceUnavailableAndAnOfferBringsItBack)
   EXPECT_TRUE(availability_.waitFor(SCAN, false));
 }
 
-TEST_F(LoopbackTest, MalformedDatagramsAreDroppedWithOneLineEachAndChangeNothing) {
-  const int sock = socket(AF_INET, SOCK_DGRAM, 0);
-  ASSERT_GE(sock, 0);
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(30490);
-  inet_pton(AF_INET, "127.0.0.3", &to.sin_addr);
-  const std::vector<std::vector<std::uint8_t>> garbage{
-      {0xFF, 0xFF},                                                     // truncated header
-      {0xFF, 0xFF, 0x81, 0x00, 0, 0, 0, 0x40, 0, 0, 0, 1, 1, 1, 2, 0},  // length beyond datagram
-      {0xFF, 0xFF, 0x81, 0x00, 0, 0, 0, 0x0C, 0, 0, 0, 1, 1, 1, 2, 0, 0x40, 0, 0, 0},  // SD too short
-  };
-  for (const auto& datagram : garbage) {
-    ASSERT_EQ(sendto(sock, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)),
-              static_cast<ssize_t>(datagram.size()));
+/// Another SOME/IP program on the same host, as widely used stacks open it: the SD port on the
+/// wildcard address with address reuse, member of the SD group. It records the destination address of
+/// every datagram it gets.
+class SdNeighbour {
+ public:
+  SdNeighbour() {
+    sock_ = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+    const int on = 1;
+    sockaddr_in any{};
+    any.sin_family = AF_INET;
+    any.sin_port = htons(30490);
+    ip_mreq join{};
+    inet_pton(AF_INET, "224.224.224.245", &join.imr_multiaddr);
+    inet_pton(AF_INET, "127.0.0.1", &join.imr_interface);
+    bound_ = sock_ >= 0 && setsockopt(sock_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) == 0 &&
+             setsockopt(sock_, IPPROTO_IP, IP_PKTINFO, &on, sizeof(on)) == 0 &&
+             bind(sock_, reinterpret_cast<sockaddr*>(&any), sizeof(any)) == 0 &&
+             setsockopt(sock_, IPPROTO_IP, IP_ADD_MEMBERSHIP, &join, sizeof(join)) == 0;
   }
-  close(sock);
-  const std::uint8_t request[1] = {4};
+  ~SdNeighbour() { close(sock_); }
+  bool bound() const { return bound_; }
+
+  /// Destination addresses of what arrived so far (dotted quads).
+  std::set<std::string> destinations() {
+    std::set<std::string> seen;
+    for (int i = 0; i < 10000; ++i) {
+      std::uint8_t data[2048];
+      char control[256];
+      iovec io{data, sizeof(data)};
+      msghdr header{};
+      header.msg_iov = &io;
+      header.msg_iovlen = 1;
+      header.msg_control = control;
+      header.msg_controllen = sizeof(control);
+      if (recvmsg(sock_, &header, 0) < 0) {
+        break;
+      }
+      for (cmsghdr* c = CMSG_FIRSTHDR(&header); c != nullptr; c = CMSG_NXTHDR(&header, c)) {
+        if (c->cmsg_level == IPPROTO_IP && c->cmsg_type == IP_PKTINFO) {
+          in_pktinfo info{};
+          std::memcpy(&info, CMSG_DATA(c), sizeof(info));
+          char text[INET_ADDRSTRLEN] = {};
+          inet_ntop(AF_INET, &info.ipi_addr, text, sizeof(text));
+          seen.insert(text);
+        }
+      }
+    }
+    return seen;
+  }
+
+ private:
+  int sock_{-1};
+  bool bound_{false};
+};
+
+TEST_F(LoopbackTest, AnotherStackOnTheWildcardSdPortLeavesDiscoveryAndUnicastSdWorking) {
+  // The neighbour starts after the transports of the fixture, and before the one started below.
+  SdNeighbour neighbour;
+  ASSERT_TRUE(neighbour.bound()) << "the SD port could not be shared: " << std::strerror(errno);
+  auto late = std::make_shared<someip::SomeIpTransport>(optionsFor("127.0.0.4"));
+  ASSERT_EQ(late->connect(), someip::Result::Ok);
+  AvailabilityLog availability;
+  ASSERT_TRUE(late->subscribeAvailability({0x0003}, availability.handler()));
+  ASSERT_TRUE(late->requestService(Address{0x0003, 0xFFFF}));
+  ASSERT_TRUE(availability.waitFor(SCAN, true));
+  const std::uint8_t request[1] = {7};
   std::uint8_t response[1] = {};
-  EXPECT_EQ(client_->callMethod(SCAN, 1, request, 1, response, 1), someip::Result::Ok);
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  client_->disconnect();  // the captured log is read only once no transport thread writes to it
-  server_->disconnect();
-  std::size_t dropped = 0;
-  for (const auto& line : log_.lines()) {
-    dropped += line.find("Dropping SOME/IP-SD") != std::string::npos ? 1 : 0;
+  EXPECT_EQ(late->callMethod(SCAN, 1, request, 1, response, 1), someip::Result::Ok);
+
+  // The subscription travels by unicast SD both ways (Subscribe to the server, Ack back).
+  std::mutex mutex;
+  std::condition_variable arrived;
+  bool got = false;
+  ASSERT_TRUE(late->subscribeEvents(SCAN, 3, {1}, [&](std::uint16_t, const void*, std::size_t) {
+    std::lock_guard<std::mutex> lock(mutex);
+    got = true;
+    arrived.notify_all();
+  }));
+  const std::uint8_t value[2] = {1, 2};
+  for (int i = 0; i < 50 && !got; ++i) {
+    server_->notifyEvent(SCAN, 1, value, 2);
+    std::unique_lock<std::mutex> lock(mutex);
+    arrived.wait_for(lock, std::chrono::milliseconds(100), [&] { return got; });
   }
-  EXPECT_EQ(dropped, garbage.size()) << log_.text();
+  EXPECT_TRUE(got);
+  late->disconnect();
+
+  // The neighbour heard the SD group, and none of the unicast SD meant for the transports.
+  const auto destinations = neighbour.destinations();
+  EXPECT_EQ(destinations.count("224.224.224.245"), 1U);
+  for (const char* own : {"127.0.0.2", "127.0.0.3", "127.0.0.4"}) {
+    EXPECT_EQ(destinations.count(own), 0U) << own;
+  }
 }
 
 }  // namespace

@@ -38,12 +38,12 @@ RemoteOffer offerFrom(std::uint32_t peer, std::uint8_t major = 1) {
   return RemoteOffer{peer, Endpoint{peer, 30501}, major, T0 + 3s};
 }
 
-SdEntry answer(const Address& address, std::uint16_t eventgroup, std::uint32_t ttl) {
+SdEntry answer(const Address& address, std::uint16_t eventgroup, std::uint32_t ttl, std::uint8_t major = 1) {
   SdEntry entry;
   entry.type = SdEntryType::SUBSCRIBE_EVENTGROUP_ACK;
   entry.serviceId = address.serviceId;
   entry.instanceId = address.instanceId;
-  entry.majorVersion = 1;
+  entry.majorVersion = major;
   entry.ttl = ttl;
   entry.eventgroupId = eventgroup;
   return entry;
@@ -81,7 +81,9 @@ TEST(EventSubscriptions, SubscribesWhenOfferedAndRenewsAtHalfTheTtl) {
 
   subscriptions.onOffer(T0 + 10ms, SERVICE_10, offerFrom(PEER_A, 3), out);
   expectSubscribe(out, SERVICE_10, PEER_A, 4, 3);
-  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4));
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4, 1));  // another major version: no Ack
+  EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4, 3));
   EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));
 
   // Renewed at half the TTL, and again half a TTL after that; the same offer seen again sends nothing.

@@ -13,6 +13,8 @@ constexpr std::size_t HEADER_SIZE = 16;
 /// Bytes of the header that the length field covers (request id to return code).
 constexpr std::uint32_t LENGTH_COVERED_HEADER = 8;
 constexpr std::uint8_t PROTOCOL_VERSION = 0x01;
+/// The two most significant bits of a return code are reserved: a receiver ignores them.
+constexpr std::uint8_t RETURN_CODE_MASK = 0x3F;
 
 enum class MessageType : std::uint8_t {
   REQUEST = 0x00,
@@ -72,10 +74,10 @@ KOV_SOMEIP_EXPORT const char* describe(ParseError error);
 /// True for the five message types this transport knows.
 KOV_SOMEIP_EXPORT bool isKnownMessageType(std::uint8_t type);
 
-/// Reads the message that starts at `data`. On success fills `message`, stores the number of bytes it
-/// takes in `consumed` and returns NONE. On failure `message` and `consumed` are left as they were.
-/// A message whose type or protocol version is wrong is still measured (`consumed` is set) so that a
-/// caller may skip it; the other errors leave nothing to skip to.
+/// Reads the message that starts at `data`. On success fills `message` (the return code without its
+/// reserved bits), stores the number of bytes it takes in `consumed` and returns NONE. A message whose
+/// protocol version or type is wrong is still read and measured (`message` and `consumed` are set), so
+/// that a caller may answer or skip it; the other errors leave both as they were and nothing to skip to.
 KOV_SOMEIP_EXPORT ParseError parseMessage(const std::uint8_t* data, std::size_t size, MessageView& message,
                                           std::size_t& consumed);
 

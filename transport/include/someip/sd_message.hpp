@@ -65,14 +65,7 @@ struct SdEntry {
   }
 };
 
-/// The payload of one SD message.
-struct SdMessage {
-  std::uint8_t flags{SD_FLAG_UNICAST};
-  std::vector<SdEntry> entries;
-
-  bool reboot() const { return (flags & SD_FLAG_REBOOT) != 0; }
-};
-
+/// Why an SD payload was refused (the first four), or why part of one was left out (see SdIssue).
 enum class SdParseError : std::uint8_t {
   NONE = 0,
   TRUNCATED,                   ///< shorter than flags and the two array lengths
@@ -80,16 +73,42 @@ enum class SdParseError : std::uint8_t {
   ENTRIES_OVERRUN,             ///< entries array reaches past the payload
   OPTIONS_OVERRUN,             ///< options array length or an option reaches past the payload
   OPTION_LENGTH_WRONG,         ///< an IPv4 option whose length field is not 9
-  UNKNOWN_OPTION_TYPE,         ///< an option type that SOME/IP-SD does not define
+  UNKNOWN_OPTION_TYPE,         ///< not reported: options of other types are skipped by their length
   OPTION_INDEX_OUT_OF_RANGE,   ///< an entry refers to an option that is not there
   UNKNOWN_ENTRY_TYPE,          ///< an entry type other than 0x00, 0x01, 0x06, 0x07
 };
 
+/// Something of the message that could not be used and was left out; the rest of it stands.
+struct SdIssue {
+  SdParseError kind;  ///< OPTION_LENGTH_WRONG, OPTION_INDEX_OUT_OF_RANGE or UNKNOWN_ENTRY_TYPE
+  std::size_t entry;  ///< index of the entry in the message's entries array (position / 16)
+};
+
+/// The payload of one SD message.
+struct SdMessage {
+  std::uint8_t flags{SD_FLAG_UNICAST};
+  std::vector<SdEntry> entries;  ///< the usable entries, in the order of the entries array
+  /// What parsing left out, in the order of the entries array: one OPTION_LENGTH_WRONG for an entry
+  /// that references an IPv4 option of a wrong length (the entry is kept without that option), one
+  /// OPTION_INDEX_OUT_OF_RANGE or UNKNOWN_ENTRY_TYPE for an entry that was dropped. Not encoded.
+  std::vector<SdIssue> issues;
+
+  bool reboot() const { return (flags & SD_FLAG_REBOOT) != 0; }
+};
+
 KOV_SOMEIP_EXPORT const char* describe(SdParseError error);
 
-/// Decodes the payload of an SD message (what follows the SOME/IP header). On failure `message` is
-/// left empty. Options of defined types that this transport does not use (configuration, load
-/// balancing, IPv6 and SD endpoints) are skipped and not attached to entries.
+/// Decodes the payload of an SD message (what follows the SOME/IP header). Fails, leaving `message`
+/// empty, only when the header or the array lengths cannot be trusted: TRUNCATED,
+/// ENTRIES_NOT_MULTIPLE_OF_16, ENTRIES_OVERRUN or OPTIONS_OVERRUN (the options array, or one option's
+/// length field, reaching past where it must end). Everything else is decided option by option and
+/// entry by entry:
+/// - options other than IPv4 endpoint and multicast are skipped by their length field and never
+///   attached, whether this transport knows their type (configuration, IPv6, SD endpoint, ...) or not;
+/// - an IPv4 option whose length field is not 9 is skipped the same way; an entry referencing it keeps
+///   its other options and is recorded in `message.issues` as OPTION_LENGTH_WRONG;
+/// - an entry of unknown type, or with an option run reaching past the options present, is dropped
+///   and recorded as UNKNOWN_ENTRY_TYPE or OPTION_INDEX_OUT_OF_RANGE; the other entries are kept.
 KOV_SOMEIP_EXPORT SdParseError parseSdPayload(const std::uint8_t* data, std::size_t size, SdMessage& message);
 
 /// Encodes `message` as an SD payload. An entry's first 15 options go into its first option run, the

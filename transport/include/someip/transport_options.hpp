@@ -27,6 +27,14 @@ struct TransportOptions {
   static constexpr std::chrono::milliseconds DEFAULT_ACK_TIMEOUT{1000};
   static constexpr std::uint16_t DEFAULT_EVENT_ID_OFFSET = 0x8000;
   static constexpr std::size_t DEFAULT_MAX_HANDLER_BACKLOG = 4096;
+  static constexpr std::size_t DEFAULT_MAX_HANDLER_BACKLOG_BYTES = 4 * 1024 * 1024;
+  static constexpr std::size_t DEFAULT_MAX_REMOTE_OFFERS = 1024;
+  static constexpr std::size_t DEFAULT_MAX_PEERS = 256;
+  static constexpr std::chrono::milliseconds DEFAULT_PEER_IDLE_TIMEOUT{300000};
+  static constexpr std::size_t DEFAULT_MAX_SUBSCRIBERS_PER_PEER = 4;
+  static constexpr std::size_t DEFAULT_MAX_SUBSCRIBERS = 64;
+  static constexpr std::size_t DEFAULT_MAX_PENDING_CALLS = 1024;
+  static constexpr std::chrono::milliseconds DEFAULT_LOG_INTERVAL{10000};
 
   /// This participant's own IPv4 address (dotted quad); required. Every socket binds to it, and SD
   /// messages that come from it are ignored.
@@ -68,6 +76,27 @@ struct TransportOptions {
   /// behind, further ones are dropped (logged once per stretch) instead of piling up in memory.
   /// Availability reports are never dropped.
   std::size_t maxHandlerBacklog{DEFAULT_MAX_HANDLER_BACKLOG};
+  /// The same bound in payload bytes of the waiting events and requests.
+  std::size_t maxHandlerBacklogBytes{DEFAULT_MAX_HANDLER_BACKLOG_BYTES};
+
+  // What the network sends is kept within these bounds; what goes beyond them is refused and logged.
+
+  /// Remote instances of requested services that are kept at once (offers of services nobody
+  /// requested are never kept).
+  std::size_t maxRemoteOffers{DEFAULT_MAX_REMOTE_OFFERS};
+  /// SD peers whose session and reboot records are kept; SD messages of further peers are dropped.
+  std::size_t maxPeers{DEFAULT_MAX_PEERS};
+  /// A peer silent this long, with no offer and no subscription left, is forgotten.
+  std::chrono::milliseconds peerIdleTimeout{DEFAULT_PEER_IDLE_TIMEOUT};
+  /// Subscribers of one offered event group from one peer address, and from all peers; further
+  /// SubscribeEventgroup entries are answered with a Nack.
+  std::size_t maxSubscribersPerPeer{DEFAULT_MAX_SUBSCRIBERS_PER_PEER};
+  std::size_t maxSubscribers{DEFAULT_MAX_SUBSCRIBERS};
+  /// callMethod calls waiting for a response at once; further calls fail with RESULT_TOO_MANY_CALLS.
+  std::size_t maxPendingCalls{DEFAULT_MAX_PENDING_CALLS};
+  /// Problems with a peer's traffic (malformed datagrams, refused SD entries, failed sends) are logged
+  /// at most once per peer and kind in this interval, with the count of what was suppressed.
+  std::chrono::milliseconds logInterval{DEFAULT_LOG_INTERVAL};
 };
 
 /// True when `options` can be used; otherwise `problem` says which field is wrong and why.

@@ -1,0 +1,177 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <set>
+#include <vector>
+
+#include "network.hpp"
+
+namespace kov::test {
+
+namespace detail = kov::platform::networking::someip::detail;
+
+/// A Network without sockets: the test hands datagrams in as if they had arrived, reads what the
+/// transport sent, and moves time on by hand. The transport's receive thread still runs; it waits here
+/// for the next datagram, time step or wake-up.
+class FakeNetwork final : public detail::Network {
+ public:
+  using Bytes = std::vector<std::uint8_t>;
+  using Endpoint = kov::platform::networking::someip::Endpoint;
+  using Channel = detail::Channel;
+  struct Sent {
+    Channel channel;
+    std::uint16_t instanceId;
+    Endpoint to;
+    Bytes bytes;
+  };
+
+  static constexpr std::uint16_t CLIENT_PORT = 40000;
+  static constexpr std::uint16_t FIRST_INSTANCE_PORT = 41000;
+
+  // The test's side.
+
+  void deliver(Channel channel, const Endpoint& from, Bytes bytes, std::uint16_t instanceId = 0) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    incoming_.push_back({channel, instanceId, from, std::move(bytes)});
+    changed_.notify_all();
+  }
+
+  void advance(std::chrono::milliseconds step) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    now_ += step;
+    kicked_ = true;
+    changed_.notify_all();
+  }
+
+  /// Waits (bounded) until a datagram that `match` accepts was sent, and returns it; it is then taken
+  /// out, so that the next wait finds the next one.
+  bool takeSent(const std::function<bool(const Sent&)>& match, Sent& found,
+                std::chrono::milliseconds limit = std::chrono::seconds(5)) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, limit, [&] {
+      for (auto it = sent_.begin(); it != sent_.end(); ++it) {
+        if (match(*it)) {
+          found = *it;
+          sent_.erase(it);
+          return true;
+        }
+      }
+      return false;
+    });
+  }
+
+  /// Waits until the transport has read every datagram handed in (bounded).
+  bool drained(std::chrono::milliseconds limit = std::chrono::seconds(5)) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, limit, [&] { return incoming_.empty() && !reading_; });
+  }
+
+  std::vector<Sent> sent() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return sent_;
+  }
+  void clearSent() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    sent_.clear();
+  }
+  std::set<Endpoint> groups() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return groups_;
+  }
+  int openCount() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return opens_;
+  }
+
+  // The transport's side.
+
+  detail::Clock::time_point now() const override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return now_;
+  }
+  bool open(const kov::platform::networking::someip::TransportOptions&) override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++opens_;
+    open_ = true;
+    return true;
+  }
+  void close() override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    open_ = false;
+    groups_.clear();
+    instances_ = 0;
+  }
+  std::uint16_t clientPort() const override { return CLIENT_PORT; }
+  std::uint16_t openInstance(std::uint16_t) override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return static_cast<std::uint16_t>(FIRST_INSTANCE_PORT + instances_++);
+  }
+  bool joinGroup(const Endpoint& group) override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    groups_.insert(group);
+    changed_.notify_all();
+    return true;
+  }
+  void leaveGroup(const Endpoint& group) override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    groups_.erase(group);
+    changed_.notify_all();
+  }
+  int send(Channel channel, std::uint16_t instanceId, const Endpoint& to, const std::uint8_t* data,
+           std::size_t size) override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    sent_.push_back({channel, instanceId, to, Bytes(data, data + size)});
+    changed_.notify_all();
+    return open_ ? 0 : 9;  // EBADF once closed
+  }
+  void receive(std::chrono::milliseconds timeout, const OnDatagram& onDatagram) override {
+    std::deque<Incoming> batch;
+    {
+      std::unique_lock<std::mutex> lock(mutex_);
+      // Time stands still here, so a timer wait is only a pause for the next event (kept short).
+      changed_.wait_for(lock, std::min(timeout, std::chrono::milliseconds(5)),
+                        [this] { return kicked_ || !incoming_.empty(); });
+      kicked_ = false;
+      batch.swap(incoming_);
+      reading_ = !batch.empty();
+    }
+    for (const Incoming& datagram : batch) {
+      onDatagram(datagram.channel, datagram.instanceId, datagram.from, datagram.bytes.data(),
+                 datagram.bytes.size());
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    reading_ = false;
+    changed_.notify_all();
+  }
+  void wake() override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    kicked_ = true;
+    changed_.notify_all();
+  }
+
+ private:
+  struct Incoming {
+    Channel channel;
+    std::uint16_t instanceId;
+    Endpoint from;
+    Bytes bytes;
+  };
+
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  detail::Clock::time_point now_{detail::Clock::time_point{} + std::chrono::hours(1)};
+  std::deque<Incoming> incoming_;
+  bool kicked_{false};
+  bool reading_{false};
+  bool open_{false};
+  int opens_{0};
+  int instances_{0};
+  std::vector<Sent> sent_;
+  std::set<Endpoint> groups_;
+};
+
+}  // namespace kov::test

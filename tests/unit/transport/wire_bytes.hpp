@@ -1,0 +1,118 @@
+#pragma once
+
+// SOME/IP and SOME/IP-SD messages written field by field from the protocol's tables, independently of
+// the transport's own encoder, so that a mistake shared by both sides cannot hide.
+
+#include <cstdint>
+#include <initializer_list>
+#include <vector>
+
+namespace kov::test::wire {
+
+using Bytes = std::vector<std::uint8_t>;
+
+inline void put16(Bytes& out, std::uint16_t value) {
+  out.push_back(static_cast<std::uint8_t>(value >> 8));
+  out.push_back(static_cast<std::uint8_t>(value));
+}
+inline void put24(Bytes& out, std::uint32_t value) {
+  out.push_back(static_cast<std::uint8_t>(value >> 16));
+  put16(out, static_cast<std::uint16_t>(value));
+}
+inline void put32(Bytes& out, std::uint32_t value) {
+  put16(out, static_cast<std::uint16_t>(value >> 16));
+  put16(out, static_cast<std::uint16_t>(value));
+}
+
+/// Header fields of one SOME/IP message; the length field is computed from the payload.
+struct Header {
+  std::uint16_t service;
+  std::uint16_t method;
+  std::uint16_t client;
+  std::uint16_t session;
+  std::uint8_t protocolVersion;
+  std::uint8_t interfaceVersion;
+  std::uint8_t type;  // 0x00 request, 0x01 no return, 0x02 notification, 0x80 response, 0x81 error
+  std::uint8_t returnCode;
+};
+
+inline Bytes message(const Header& h, const Bytes& payload = {}) {
+  Bytes out;
+  put16(out, h.service);
+  put16(out, h.method);
+  put32(out, static_cast<std::uint32_t>(8 + payload.size()));
+  put16(out, h.client);
+  put16(out, h.session);
+  out.insert(out.end(), {h.protocolVersion, h.interfaceVersion, h.type, h.returnCode});
+  out.insert(out.end(), payload.begin(), payload.end());
+  return out;
+}
+
+/// The first 12 bytes every entry shares: type, option runs (one run here), service, instance, major
+/// version and TTL.
+inline Bytes entryHead(std::uint8_t type, std::uint16_t service, std::uint16_t instance, std::uint8_t major,
+                       std::uint32_t ttl, std::uint8_t firstOption, std::uint8_t optionCount) {
+  Bytes out{type, firstOption, 0x00, static_cast<std::uint8_t>(optionCount << 4)};
+  put16(out, service);
+  put16(out, instance);
+  out.push_back(major);
+  put24(out, ttl);
+  return out;
+}
+
+/// Service entry: FindService 0x00, OfferService 0x01 (TTL 0: StopOffer).
+inline Bytes serviceEntry(std::uint8_t type, std::uint16_t service, std::uint16_t instance, std::uint8_t major,
+                          std::uint32_t ttl, std::uint32_t minor, std::uint8_t firstOption,
+                          std::uint8_t optionCount) {
+  Bytes out = entryHead(type, service, instance, major, ttl, firstOption, optionCount);
+  put32(out, minor);
+  return out;
+}
+
+/// Eventgroup entry: SubscribeEventgroup 0x06, SubscribeEventgroupAck 0x07 (TTL 0: StopSubscribe, Nack).
+inline Bytes eventgroupEntry(std::uint8_t type, std::uint16_t service, std::uint16_t instance,
+                             std::uint8_t major, std::uint32_t ttl, std::uint16_t eventgroup,
+                             std::uint8_t firstOption, std::uint8_t optionCount) {
+  Bytes out = entryHead(type, service, instance, major, ttl, firstOption, optionCount);
+  out.insert(out.end(), {0x00, 0x00});  // reserved, counter 0
+  put16(out, eventgroup);
+  return out;
+}
+
+/// IPv4 endpoint (0x04) or multicast (0x14) option: length 9, type, reserved, address, reserved,
+/// L4 protocol (0x11 UDP, 0x06 TCP), port.
+inline Bytes ipv4Option(std::uint8_t type, std::uint32_t ip, std::uint8_t protocol, std::uint16_t port) {
+  Bytes out;
+  put16(out, 0x0009);
+  out.insert(out.end(), {type, 0x00});
+  put32(out, ip);
+  out.insert(out.end(), {0x00, protocol});
+  put16(out, port);
+  return out;
+}
+
+/// A whole SD message: SOME/IP header of service 0xFFFF method 0x8100, flags (0x80 reboot, 0x40
+/// unicast), the entries array and the options array.
+inline Bytes sdMessage(std::uint8_t flags, std::uint16_t session, std::initializer_list<Bytes> entries,
+                       std::initializer_list<Bytes> options = {}) {
+  Bytes payload{flags, 0x00, 0x00, 0x00};
+  std::uint32_t entriesLength = 0;
+  for (const Bytes& entry : entries) {
+    entriesLength += static_cast<std::uint32_t>(entry.size());
+  }
+  put32(payload, entriesLength);
+  for (const Bytes& entry : entries) {
+    payload.insert(payload.end(), entry.begin(), entry.end());
+  }
+  std::uint32_t optionsLength = 0;
+  for (const Bytes& option : options) {
+    optionsLength += static_cast<std::uint32_t>(option.size());
+  }
+  put32(payload, optionsLength);
+  for (const Bytes& option : options) {
+    payload.insert(payload.end(), option.begin(), option.end());
+  }
+  return message({0xFFFF, 0x8100, 0x0000, session, 0x01, 0x01, 0x02, 0x00}, payload);
+}
+
+}  // namespace kov::test::wire

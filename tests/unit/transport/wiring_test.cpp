@@ -1,0 +1,407 @@
+// The transport's wiring, from bytes in to reports, calls and bytes out, on a fake network and clock: no
+// sockets, no root, no sleeping. Every datagram handed in is written by hand (wire_bytes.hpp).
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "fake_network.hpp"
+#include "someip/call_result.hpp"
+#include "support/log_capture.hpp"
+#include "transport_core.hpp"
+#include "wire_bytes.hpp"
+
+namespace {
+
+using namespace kov::platform::networking::someip;
+using namespace kov::test::wire;
+using namespace std::chrono_literals;
+using kov::test::FakeNetwork;
+using Address = kov::platform::networking::ISomeIpTransport::Address;
+using Channel = detail::Channel;
+
+constexpr std::uint32_t OWN = 0xC6120001;    // 198.18.0.1
+constexpr std::uint32_t PEER = 0xC6120002;   // 198.18.0.2
+constexpr std::uint32_t GROUP = 0xE0E0E0F5;  // 224.224.224.245
+const Endpoint PEER_SD{PEER, 30490};
+const Endpoint PEER_SERVICE{PEER, 30501};
+constexpr Address SCAN{0x0003, 0x0010};
+
+/// Availability reports as the dispatch thread delivers them, with a bounded wait.
+class Reports {
+ public:
+  kov::platform::networking::ISomeIpTransport::AvailabilityHandler handler() {
+    return [this](const Address& address, bool available) {
+      std::lock_guard<std::mutex> lock(mutex_);
+      text_ += (available ? "+" : "-") + std::to_string(address.instanceId) + " ";
+      changed_.notify_all();
+    };
+  }
+  /// Waits until the reports read `expected`, and returns what they read.
+  std::string waitFor(const std::string& expected) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    changed_.wait_for(lock, 5s, [&] { return text_ == expected; });
+    return text_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::string text_;
+};
+
+Bytes offerOf(std::uint16_t session, std::uint32_t ttl, std::uint8_t flags = 0xC0) {
+  return sdMessage(flags, session, {serviceEntry(0x01, 0x0003, 0x0010, 0x01, ttl, 0, 0, 1)},
+                   {ipv4Option(0x04, PEER, 0x11, 30501)});
+}
+
+class WiringTest : public ::testing::Test {
+ protected:
+  void SetUp() override { start(defaultOptions()); }
+  void TearDown() override { core_->disconnect(); }
+
+  static TransportOptions defaultOptions() {
+    TransportOptions options;
+    options.unicastAddress = "198.18.0.1";
+    options.initialDelayMin = 0ms;
+    options.initialDelayMax = 0ms;
+    options.callTimeout = 20s;  // a call that ends early was ended by the wiring, not by a timeout
+    options.offerTtlSeconds = 3;
+    options.maxSubscribersPerPeer = 2;
+    return options;
+  }
+
+  void start(const TransportOptions& options) {
+    if (core_) {
+      core_->disconnect();
+    }
+    auto network = std::make_unique<FakeNetwork>();
+    net_ = network.get();
+    core_ = std::make_unique<detail::TransportCore>(options, std::move(network));
+    ASSERT_EQ(core_->connect(), Result::Ok);
+  }
+
+  /// The next datagram sent to `to` from `channel`.
+  Bytes sentTo(const Endpoint& to, Channel channel = Channel::SD_UNICAST) {
+    FakeNetwork::Sent sent{};
+    const bool found =
+        net_->takeSent([&](const FakeNetwork::Sent& s) { return s.to == to && s.channel == channel; }, sent);
+    EXPECT_TRUE(found) << "nothing sent to " << toString(to);
+    return sent.bytes;
+  }
+
+  /// Starts discovery of the scan service and makes the peer's instance available.
+  void discoverScan(Reports& reports) {
+    ASSERT_TRUE(core_->subscribeAvailability({0x0003}, reports.handler()));
+    ASSERT_TRUE(core_->requestService({0x0003, 0xFFFF}));
+    net_->deliver(Channel::SD_MULTICAST, PEER_SD, offerOf(1, 3));
+    ASSERT_EQ(reports.waitFor("+16 "), "+16 ");
+  }
+
+  kov::test::LogCapture log_;  // installed before any transport thread logs; read after disconnect
+  FakeNetwork* net_{nullptr};
+  std::unique_ptr<detail::TransportCore> core_;
+};
+
+TEST_F(WiringTest, FindOfferStopOfferTtlAndRebootBecomeReportsAndEndWaitingCalls) {
+  Reports reports;
+  ASSERT_TRUE(core_->subscribeAvailability({0x0003}, reports.handler()));
+  ASSERT_TRUE(core_->requestService({0x0003, 0xFFFF}));
+  // FindService for any instance and version, multicast, first session with the reboot flag.
+  EXPECT_EQ(sentTo({GROUP, 30490}),
+            (Bytes{0xFF, 0xFF, 0x81, 0x00, 0x00, 0x00, 0x00, 0x24, 0x00, 0x00, 0x00, 0x01, 0x01,
+                   0x01, 0x02, 0x00, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10,  // flags, entries length
+                   0x00, 0x00, 0x00, 0x00, 0x00, 0x03, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x03, 0xFF,
+                   0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00}));
+
+  // An offer packed beside an entry of unknown type and behind an option of unknown type is used; an
+  // offer of a service nobody requested is not kept.
+  net_->deliver(Channel::SD_MULTICAST, PEER_SD,
+                sdMessage(0xC0, 1,
+                          {serviceEntry(0x05, 0x0003, 0x0011, 0x01, 3, 0, 0, 1),
+                           serviceEntry(0x01, 0x0099, 0x0001, 0x01, 3, 0, 1, 1),
+                           serviceEntry(0x01, 0x0003, 0x0010, 0x01, 3, 0, 1, 1)},
+                          {Bytes{0x00, 0x02, 0x7E, 0x00, 0xAA}, ipv4Option(0x04, PEER, 0x11, 30501)}));
+  EXPECT_EQ(reports.waitFor("+16 "), "+16 ");
+  EXPECT_EQ(core_->offeredEndpoint(SCAN), std::optional<Endpoint>(PEER_SERVICE));
+  EXPECT_EQ(core_->offeredEndpoint({0x0099, 0x0001}), std::nullopt);
+
+  // A call: the request's bytes, then each kind of answer.
+  struct Answer {
+    const char* name;
+    std::uint8_t type;
+    std::uint8_t returnCode;
+    Bytes payload;
+    Result result;
+    Bytes copied;
+  };
+  const std::vector<Answer> answers{
+      {"response", 0x80, 0x00, {0xA1, 0xA2}, Result::Ok, {0xA1, 0xA2}},
+      {"reserved bits of E_OK ignored", 0x80, 0xC0, {0xB1, 0xB2}, Result::Ok, {0xB1, 0xB2}},
+      {"response of the wrong size", 0x80, 0x00, {0xA1}, RESULT_SIZE_MISMATCH, {0, 0}},
+      {"error E_NOT_REACHABLE with reserved bits", 0x81, 0x45, {}, static_cast<Result>(0x105), {0, 0}},
+      {"response with E_NOT_READY", 0x80, 0x04, {0xA1, 0xA2}, static_cast<Result>(0x104), {0, 0}},
+  };
+  std::uint16_t session = 1;
+  for (const Answer& answer : answers) {
+    std::uint8_t response[2] = {0, 0};
+    auto call = std::async(std::launch::async, [&] {
+      const std::uint8_t request[1] = {0x42};
+      return core_->callMethod(SCAN, 0x8001, request, 1, response, 2);
+    });
+    EXPECT_EQ(sentTo(PEER_SERVICE, Channel::CLIENT),
+              message({0x0003, 0x8001, 0x1000, session, 0x01, 0x01, 0x00, 0x00}, {0x42}))
+        << answer.name;
+    net_->deliver(Channel::CLIENT, PEER_SERVICE,
+                  message({0x0003, 0x8001, 0x1000, session, 0x01, 0x01, answer.type, answer.returnCode},
+                          answer.payload));
+    EXPECT_EQ(call.get(), answer.result) << answer.name;
+    EXPECT_EQ(Bytes(response, response + 2), answer.copied) << answer.name;
+    ++session;
+  }
+
+  // A call waiting for an instance that is withdrawn ends at once; so do TTL expiry and a reboot.
+  const auto withdrawn = [&](const Bytes& sd, std::chrono::milliseconds timeStep, const char* what) {
+    auto call = std::async(std::launch::async,
+                           [&] { return core_->callMethod(SCAN, 0x0001, nullptr, 0, nullptr, 0); });
+    sentTo(PEER_SERVICE, Channel::CLIENT);
+    if (!sd.empty()) {
+      net_->deliver(Channel::SD_MULTICAST, PEER_SD, sd);
+    }
+    net_->advance(timeStep);
+    EXPECT_EQ(call.wait_for(5s), std::future_status::ready) << what;
+    EXPECT_EQ(call.get(), RESULT_INSTANCE_GONE) << what;
+  };
+  withdrawn(offerOf(2, 0), 0ms, "StopOffer");
+  EXPECT_EQ(reports.waitFor("+16 -16 "), "+16 -16 ");
+  net_->deliver(Channel::SD_MULTICAST, PEER_SD, offerOf(3, 3));
+  EXPECT_EQ(reports.waitFor("+16 -16 +16 "), "+16 -16 +16 ");
+  withdrawn({}, 3000ms, "TTL expiry");
+  EXPECT_EQ(reports.waitFor("+16 -16 +16 -16 "), "+16 -16 +16 -16 ");
+  net_->deliver(Channel::SD_MULTICAST, PEER_SD, offerOf(4, 3));
+  EXPECT_EQ(reports.waitFor("+16 -16 +16 -16 +16 "), "+16 -16 +16 -16 +16 ");
+  // The peer restarts: its session ids begin again at 1 with the reboot flag; the offer in the same
+  // message makes the instance available again after the reboot took it away.
+  withdrawn(offerOf(1, 3), 0ms, "reboot");
+  EXPECT_EQ(reports.waitFor("+16 -16 +16 -16 +16 -16 +16 "), "+16 -16 +16 -16 +16 -16 +16 ");
+}
+
+TEST_F(WiringTest, SubscribersGetAnAckOrANackAndNotificationsCarryTheWireEventId) {
+  ASSERT_TRUE(core_->offerService(SCAN));
+  ASSERT_TRUE(core_->offerEvent(SCAN, 0x0001, {0x0001}));
+  const std::uint8_t value[2] = {0x12, 0x34};
+  ASSERT_TRUE(core_->notifyEvent(SCAN, 0x0001, value, 2));  // kept as the initial value
+  // The offer names the instance's own endpoint.
+  EXPECT_EQ(sentTo({GROUP, 30490}),
+            sdMessage(0xC0, 1, {serviceEntry(0x01, 0x0003, 0x0010, 0x00, 3, 0, 0, 1)},
+                      {ipv4Option(0x04, OWN, 0x11, FakeNetwork::FIRST_INSTANCE_PORT)}));
+
+  const auto subscribe = [&](std::uint16_t session, std::uint8_t major, std::uint16_t eventgroup,
+                             const Bytes& option) {
+    net_->deliver(Channel::SD_UNICAST, PEER_SD,
+                  sdMessage(0xC0, session,
+                            {eventgroupEntry(0x06, 0x0003, 0x0010, major, 3, eventgroup, 0, 1)}, {option}));
+    return sentTo(PEER_SD);
+  };
+  const auto answer = [](std::uint16_t session, std::uint8_t major, std::uint32_t ttl,
+                         std::uint16_t eventgroup) {
+    return sdMessage(0xC0, session, {eventgroupEntry(0x07, 0x0003, 0x0010, major, ttl, eventgroup, 0, 0)});
+  };
+  EXPECT_EQ(subscribe(1, 0x00, 0x0001, ipv4Option(0x04, PEER, 0x11, 50000)), answer(1, 0x00, 3, 0x0001));
+  // The initial value goes to the new subscriber with the wire event id 0x8000 | 1.
+  EXPECT_EQ(sentTo({PEER, 50000}, Channel::INSTANCE),
+            message({0x0003, 0x8001, 0x0000, 0x0001, 0x01, 0x00, 0x02, 0x00}, {0x12, 0x34}));
+
+  struct Refused {
+    const char* why;
+    std::uint8_t major;
+    std::uint16_t eventgroup;
+    Bytes option;
+  };
+  const std::vector<Refused> refused{
+      {"port 0", 0x00, 0x0001, ipv4Option(0x04, PEER, 0x11, 0)},
+      {"address 0.0.0.0", 0x00, 0x0001, ipv4Option(0x04, 0, 0x11, 50001)},
+      {"multicast address", 0x00, 0x0001, ipv4Option(0x04, 0xEF000001, 0x11, 50001)},
+      {"TCP only", 0x00, 0x0001, ipv4Option(0x04, PEER, 0x06, 50001)},
+      {"other major version", 0x01, 0x0001, ipv4Option(0x04, PEER, 0x11, 50001)},
+      {"event group not offered", 0x00, 0x0002, ipv4Option(0x04, PEER, 0x11, 50001)},
+  };
+  std::uint16_t session = 2;
+  for (const Refused& r : refused) {
+    EXPECT_EQ(subscribe(session, r.major, r.eventgroup, r.option), answer(session, r.major, 0, r.eventgroup))
+        << r.why;
+    ++session;
+  }
+  // Two endpoints of one peer are allowed; a third is refused until one leaves.
+  EXPECT_EQ(subscribe(session, 0x00, 0x0001, ipv4Option(0x04, PEER, 0x11, 50001)),
+            answer(session, 0x00, 3, 1));
+  sentTo({PEER, 50001}, Channel::INSTANCE);
+  ++session;
+  EXPECT_EQ(subscribe(session, 0x00, 0x0001, ipv4Option(0x04, PEER, 0x11, 50002)),
+            answer(session, 0x00, 0, 1));
+
+  net_->clearSent();
+  const std::uint8_t next[2] = {0x56, 0x78};
+  ASSERT_TRUE(core_->notifyEvent(SCAN, 0x0001, next, 2));
+  std::set<Endpoint> notified;
+  for (const auto& sent : net_->sent()) {
+    notified.insert(sent.to);
+  }
+  EXPECT_EQ(notified, (std::set<Endpoint>{{PEER, 50000}, {PEER, 50001}}));
+}
+
+TEST_F(WiringTest, RequestsAreAnsweredWithTheProtocolsErrorsOnlyWhereAnAnswerIsDue) {
+  ASSERT_TRUE(core_->offerService(SCAN));
+  std::atomic<int> handled{0};
+  core_->setRequestHandler([&](const Address&, std::uint16_t, const std::uint8_t*, std::size_t,
+                               std::vector<std::uint8_t>& response) {
+    ++handled;
+    response = {0x0A};
+    return ReturnCode::E_OK;
+  });
+  const Endpoint client{PEER, 50000};
+  const auto send = [&](const Header& h) {
+    net_->deliver(Channel::INSTANCE, client, message(h, {0x01}), SCAN.instanceId);
+  };
+  // Answered with an ERROR that copies message id, request id and interface version, without payload.
+  send({0x0003, 0x0005, 0x1234, 0x0001, 0x02, 0x00, 0x00, 0x00});
+  EXPECT_EQ(sentTo(client, Channel::INSTANCE),
+            message({0x0003, 0x0005, 0x1234, 0x0001, 0x01, 0x00, 0x81, 0x07}));
+  send({0x0003, 0x0005, 0x1234, 0x0002, 0x01, 0x07, 0x00, 0x00});
+  EXPECT_EQ(sentTo(client, Channel::INSTANCE),
+            message({0x0003, 0x0005, 0x1234, 0x0002, 0x01, 0x07, 0x81, 0x08}));
+  // Never answered: fire and forget, a notification, a request that carries an error already.
+  send({0x0003, 0x0005, 0x1234, 0x0003, 0x01, 0x07, 0x01, 0x00});
+  send({0x0003, 0x0005, 0x1234, 0x0004, 0x02, 0x00, 0x01, 0x00});
+  send({0x0003, 0x8005, 0x1234, 0x0005, 0x01, 0x00, 0x02, 0x00});
+  send({0x0003, 0x0005, 0x1234, 0x0006, 0x01, 0x00, 0x00, 0x01});
+  // Reserved bits of the return code are ignored: this one is served.
+  send({0x0003, 0x0005, 0x1234, 0x0007, 0x01, 0x00, 0x00, 0xC0});
+  EXPECT_EQ(sentTo(client, Channel::INSTANCE),
+            message({0x0003, 0x0005, 0x1234, 0x0007, 0x01, 0x00, 0x80, 0x00}, {0x0A}));
+  EXPECT_EQ(handled.load(), 1);
+  for (const auto& sent : net_->sent()) {
+    EXPECT_NE(sent.to, client) << "unexpected answer of " << sent.bytes.size() << " bytes";
+  }
+}
+
+TEST_F(WiringTest, EventsArriveByUnicastAndAtTheMulticastGroupOfTheAck) {
+  Reports reports;
+  discoverScan(reports);
+  std::mutex mutex;
+  std::condition_variable arrived;
+  std::vector<std::pair<std::uint16_t, Bytes>> events;
+  ASSERT_TRUE(core_->subscribeEvents(SCAN, 0x0001, {0x0001},
+                                     [&](std::uint16_t id, const void* data, std::size_t size) {
+                                       std::lock_guard<std::mutex> lock(mutex);
+                                       const auto* bytes = static_cast<const std::uint8_t*>(data);
+                                       events.emplace_back(id, Bytes(bytes, bytes + size));
+                                       arrived.notify_all();
+                                     }));
+  EXPECT_EQ(sentTo(PEER_SD),
+            sdMessage(0xC0, 1, {eventgroupEntry(0x06, 0x0003, 0x0010, 0x01, 3, 0x0001, 0, 1)},
+                      {ipv4Option(0x04, OWN, 0x11, FakeNetwork::CLIENT_PORT)}));
+  const Header event{0x0003, 0x8001, 0x0000, 0x0001, 0x01, 0x01, 0x02, 0x00};
+  // Not delivered: an id outside the subscription, a sender that is not the offered endpoint.
+  net_->deliver(Channel::CLIENT, PEER_SERVICE, message({0x0003, 0x8002, 0, 1, 1, 1, 2, 0}, {0x01}));
+  net_->deliver(Channel::CLIENT, {PEER, 30502}, message(event, {0x02}));
+  net_->deliver(Channel::CLIENT, PEER_SERVICE, message(event, {0x03}));
+  // The Ack names a multicast group: the transport joins it and takes events from there too.
+  const Endpoint group{0xEF010203, 30600};
+  net_->deliver(Channel::SD_UNICAST, PEER_SD,
+                sdMessage(0xC0, 2, {eventgroupEntry(0x07, 0x0003, 0x0010, 0x01, 3, 0x0001, 0, 1)},
+                          {ipv4Option(0x14, group.ip, 0x11, group.port)}));
+  ASSERT_TRUE(net_->drained());
+  EXPECT_EQ(net_->groups(), std::set<Endpoint>{group});
+  net_->deliver(Channel::EVENT_GROUP, PEER_SERVICE, message(event, {0x04}));
+  {
+    std::unique_lock<std::mutex> lock(mutex);
+    ASSERT_TRUE(arrived.wait_for(lock, 5s, [&] { return events.size() >= 2; }));
+    EXPECT_EQ(events, (std::vector<std::pair<std::uint16_t, Bytes>>{{1, {0x03}}, {1, {0x04}}}));
+  }
+  ASSERT_TRUE(core_->unsubscribeEvents(SCAN));
+  EXPECT_TRUE(net_->groups().empty());
+  EXPECT_EQ(sentTo(PEER_SD),
+            sdMessage(0xC0, 2, {eventgroupEntry(0x06, 0x0003, 0x0010, 0x01, 0, 0x0001, 0, 1)},
+                      {ipv4Option(0x04, OWN, 0x11, FakeNetwork::CLIENT_PORT)}));
+}
+
+TEST_F(WiringTest, ProblemsAreLoggedOncePerPeerAndKindPerIntervalWithTheSuppressedCount) {
+  const Bytes truncated{0xFF, 0xFF};
+  for (int i = 0; i < 50; ++i) {
+    net_->deliver(Channel::SD_UNICAST, PEER_SD, truncated);
+  }
+  net_->deliver(Channel::SD_UNICAST, {0xC6120003, 30490}, truncated);
+  ASSERT_TRUE(net_->drained());
+  net_->advance(10s);
+  net_->deliver(Channel::SD_UNICAST, PEER_SD, truncated);
+  ASSERT_TRUE(net_->drained());
+  core_->disconnect();  // the log is read once no transport thread writes to it
+  EXPECT_EQ(log_.lines(),
+            (std::vector<std::string>{
+                "WARN: Dropping SOME/IP-SD message from 198.18.0.2:30490 at byte 0: truncated header",
+                "WARN: Dropping SOME/IP-SD message from 198.18.0.3:30490 at byte 0: truncated header",
+                "WARN: Dropping SOME/IP-SD message from 198.18.0.2:30490 at byte 0: truncated header "
+                "(49 more like it suppressed)"}));
+}
+
+TEST_F(WiringTest, TablesStayBoundedWhateverTheNetworkSends) {
+  TransportOptions options = defaultOptions();
+  options.maxPeers = 2;
+  options.maxPendingCalls = 1;
+  start(options);
+  Reports reports;
+  discoverScan(reports);
+  // A third SD peer is not admitted while two are known and active: its offer is not seen.
+  net_->deliver(Channel::SD_MULTICAST, {0xC6120003, 30490},
+                sdMessage(0xC0, 1, {serviceEntry(0x01, 0x0003, 0x0011, 0x01, 3, 0, 0, 1)},
+                          {ipv4Option(0x04, 0xC6120003, 0x11, 30501)}));
+  net_->deliver(Channel::SD_MULTICAST, {0xC6120004, 30490},
+                sdMessage(0xC0, 1, {serviceEntry(0x01, 0x0003, 0x0012, 0x01, 3, 0, 0, 1)},
+                          {ipv4Option(0x04, 0xC6120004, 0x11, 30501)}));
+  EXPECT_EQ(reports.waitFor("+16 +17 "), "+16 +17 ");
+  ASSERT_TRUE(net_->drained());
+  EXPECT_EQ(core_->offeredEndpoint({0x0003, 0x0012}), std::nullopt);
+  // Only one call may wait at a time.
+  auto call =
+      std::async(std::launch::async, [&] { return core_->callMethod(SCAN, 1, nullptr, 0, nullptr, 0); });
+  sentTo(PEER_SERVICE, Channel::CLIENT);
+  EXPECT_EQ(core_->callMethod(SCAN, 2, nullptr, 0, nullptr, 0), RESULT_TOO_MANY_CALLS);
+  core_->disconnect();
+  EXPECT_EQ(call.get(), RESULT_NOT_CONNECTED);
+  EXPECT_EQ(log_.count("WARN", "Dropping SOME/IP-SD message from 198.18.0.4: 2 SD peers are known already"),
+            1U)
+      << log_.text();
+}
+
+TEST_F(WiringTest, ConnectAndDisconnectFromTwoThreadsNeverHangAndEachConnectionStartsClean) {
+  Reports reports;
+  discoverScan(reports);
+  std::atomic<bool> failed{false};
+  const auto cycle = [&] {
+    for (int i = 0; i < 50; ++i) {
+      failed = failed || core_->connect() != Result::Ok;
+      failed = failed || core_->disconnect() != Result::Ok;
+    }
+  };
+  std::thread other(cycle);
+  cycle();
+  other.join();
+  EXPECT_FALSE(failed);
+  ASSERT_EQ(core_->connect(), Result::Ok);
+  // Nothing of the earlier connection is left: no offer, and SD starts again at session 1 with the
+  // reboot flag, as a restarted participant does.
+  EXPECT_EQ(core_->offeredEndpoint(SCAN), std::nullopt);
+  net_->clearSent();
+  ASSERT_TRUE(core_->requestService({0x0003, 0xFFFF}));
+  const Bytes find = sentTo({GROUP, 30490});
+  ASSERT_GE(find.size(), 17U);
+  EXPECT_EQ((Bytes{find[10], find[11], find[16]}), (Bytes{0x00, 0x01, 0xC0}));
+}
+
+}  // namespace
