@@ -7,10 +7,17 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
 namespace kov::test {
+
+/// True in CI (CI=true), which has root: there a test or benchmark that cannot run must fail, not skip.
+inline bool skipIsFailure() {
+  const char* ci = std::getenv("CI");
+  return ci != nullptr && std::string(ci) == "true";
+}
 
 /// Moves the calling thread (and the threads it starts afterwards) into a new network namespace of its
 /// own and brings its loopback interface up, so that test traffic, SD multicast included, never
