@@ -353,6 +353,7 @@ TEST_F(WiringTest, ProblemsAreLoggedOncePerPeerAndKindPerIntervalWithTheSuppress
 TEST_F(WiringTest, TablesStayBoundedWhateverTheNetworkSends) {
   TransportOptions options = defaultOptions();
   options.maxPeers = 2;
+  options.peerIdleTimeout = 10s;
   options.maxPendingCalls = 1;
   start(options);
   Reports reports;
@@ -372,8 +373,15 @@ TEST_F(WiringTest, TablesStayBoundedWhateverTheNetworkSends) {
       std::async(std::launch::async, [&] { return core_->callMethod(SCAN, 1, nullptr, 0, nullptr, 0); });
   sentTo(PEER_SERVICE, Channel::CLIENT);
   EXPECT_EQ(core_->callMethod(SCAN, 2, nullptr, 0, nullptr, 0), RESULT_TOO_MANY_CALLS);
+  // Peers whose offers ran out and that stayed silent are forgotten, which makes room for a new one.
+  net_->advance(11s);
+  EXPECT_EQ(reports.waitFor("+16 +17 -16 -17 "), "+16 +17 -16 -17 ");
+  EXPECT_EQ(call.get(), RESULT_INSTANCE_GONE);
+  net_->deliver(Channel::SD_MULTICAST, {0xC6120004, 30490},
+                sdMessage(0xC0, 2, {serviceEntry(0x01, 0x0003, 0x0012, 0x01, 3, 0, 0, 1)},
+                          {ipv4Option(0x04, 0xC6120004, 0x11, 30501)}));
+  EXPECT_EQ(reports.waitFor("+16 +17 -16 -17 +18 "), "+16 +17 -16 -17 +18 ");
   core_->disconnect();
-  EXPECT_EQ(call.get(), RESULT_NOT_CONNECTED);
   EXPECT_EQ(log_.count("WARN", "Dropping SOME/IP-SD message from 198.18.0.4: 2 SD peers are known already"),
             1U)
       << log_.text();
