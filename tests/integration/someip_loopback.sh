@@ -41,11 +41,12 @@ nsx() { ip netns exec "$ns" "$@"; }
 # participant sends its SD multicast out of the interface of its own address.
 nsx ip link set lo up
 
-# veskctl from address $1 on the namespace's loopback; JSON lines, bounded in time.
+# veskctl from address $1 on the namespace's loopback; JSON lines, bounded in time. No --sensors, as a
+# user runs it: with --sensor it goes on once that sensor is complete, otherwise once discovery settles.
 ctl() {
   local address=$1
   shift
-  nsx timeout 20 "$veskctl" --transport someip --unicast "$address" --sensors "$SENSORS" --json "$@"
+  nsx timeout 20 "$veskctl" --transport someip --unicast "$address" --json "$@"
 }
 
 start_daemon() {

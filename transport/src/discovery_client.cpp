@@ -12,11 +12,7 @@ void DiscoveryClient::requestService(std::uint16_t serviceId, Clock::time_point 
   if (finds_.count(serviceId) != 0) {
     return;
   }
-  RepetitionSchedule schedule(now + initialDelay_(), false);
-  if (isOffered(serviceId)) {
-    schedule.finish();
-  }
-  finds_.emplace(serviceId, schedule);
+  finds_.emplace(serviceId, RepetitionSchedule(now + initialDelay_(), false));
 }
 
 void DiscoveryClient::releaseService(std::uint16_t serviceId) {
@@ -55,13 +51,15 @@ bool DiscoveryClient::onOfferEntry(Clock::time_point now, std::uint32_t peerIp, 
   }
   RemoteOffer offer{peerIp, Endpoint{endpoint->address, endpoint->port}, entry.majorVersion,
                     expiryOf(now, entry.ttl)};
+  // Finding stops at the first offer that follows a find: every instance answers a find, whereas an
+  // offer that happened to come first names only its own instance.
+  const auto find = finds_.find(entry.serviceId);
+  if (find != finds_.end() && find->second.anySent()) {
+    find->second.finish();
+  }
   if (it == offers_.end()) {
     offers_.emplace(address, offer);
     changes.push_back({address, true});
-    auto find = finds_.find(entry.serviceId);
-    if (find != finds_.end()) {
-      find->second.finish();
-    }
     return true;
   }
   it->second = offer;

@@ -20,8 +20,9 @@ struct RemoteOffer {
 };
 
 /// The finding side of service discovery, without sockets or clocks: FindService for requested
-/// services (initial wait, repetitions, then quiet once any instance is offered; started over when the
-/// last offered instance of a requested service goes away), the offers that peers
+/// services (initial wait, repetitions, then quiet once an offer follows a find: at least one find goes
+/// out, since an offer that came first names only its own instance; started over when the last offered
+/// instance of a requested service goes away), the offers that peers
 /// announce with their endpoints and TTLs, StopOffer, TTL expiry and peer reboots. Every change of an
 /// instance's availability is appended to the caller's list. Not thread-safe: the owner serialises.
 class DiscoveryClient {

@@ -16,9 +16,12 @@ class RepetitionSchedule {
 
   Clock::time_point due() const { return due_; }
   bool finished() const { return due_ == Clock::time_point::max(); }
+  /// True once the message went out at least once.
+  bool anySent() const { return anySent_; }
 
   /// Records that the message went out at `now` and moves to the next due time.
   void sent(Clock::time_point now, const TransportOptions& options) {
+    anySent_ = true;
     if (repetitions_ < options.repetitionsMax) {
       due_ = now + options.repetitionsBaseDelay * (1u << repetitions_);
       ++repetitions_;
@@ -35,6 +38,7 @@ class RepetitionSchedule {
   Clock::time_point due_{Clock::time_point::max()};
   bool cyclic_{false};
   unsigned repetitions_{0};
+  bool anySent_{false};
 };
 
 }  // namespace kov::platform::networking::someip::detail

@@ -168,17 +168,19 @@ TEST(VeskctlEndToEndTest, FailuresThatOnlyTheSensorDetectsCarryTheirReasonInText
   EXPECT_EQ(
       text.out,
       "  sensor 0x0010  setDatapathDestinationInfo    FAILED  cannot call method 0xb: SOME/IP transport "
-      "failed with code \"20\" (SOME/IP return code 0x20: the sensor refused the request)\n");
+      "failed with code \"20\" (simulator result 0x20: the sensor refused a value of the request, out of its "
+      "range or without a meaning to it)\n");
   EXPECT_EQ(text.err, "");
 
   const auto json =
       runVeskctl({"--json", "--log-level", "off", "set", "--sensor", "0x10", "--destination", "0.0.0.0:80"});
   EXPECT_EQ(json.status, 1);
-  EXPECT_EQ(json.out,
-            "{\"type\":\"result\",\"sensor\":16,\"sensorHex\":\"0x0010\",\"operation\":"
-            "\"setDatapathDestinationInfo\",\"ok\":false,\"value\":{},\"reason\":\"cannot call method 0xb: "
-            "SOME/IP transport failed with code \\\"20\\\" (SOME/IP return code 0x20: the sensor refused the "
-            "request)\"}\n");
+  EXPECT_EQ(
+      json.out,
+      "{\"type\":\"result\",\"sensor\":16,\"sensorHex\":\"0x0010\",\"operation\":"
+      "\"setDatapathDestinationInfo\",\"ok\":false,\"value\":{},\"reason\":\"cannot call method 0xb: "
+      "SOME/IP transport failed with code \\\"20\\\" (simulator result 0x20: the sensor refused a value "
+      "of the request, out of its range or without a meaning to it)\"}\n");
 }
 
 TEST(VeskctlEndToEndTest, DemoKeepsEveryValueInRangeForEverySensorCount) {
@@ -264,6 +266,9 @@ TEST(VeskctlEndToEndTest, VersionAndHelpShowTheProjectVersionGlobalOptionsDefaul
   const auto version = runVeskctl({"--version"});
   EXPECT_EQ(version.status, 0);
   EXPECT_EQ(version.out, "veskctl " VESKCTL_VERSION "\n");
+  const auto top = runVeskctl({"--help"});
+  EXPECT_NE(top.out.find("no new sensor and no new service was reported for 500 ms"), std::string::npos)
+      << top.out;
 
   const std::vector<std::pair<std::string, std::vector<std::string>>> helps{
       {"demo", {"--fault"}},

@@ -1,17 +1,19 @@
-// veskctl's text handling: JSON escaping, result lines, the command-line parsers and failure reasons.
+// veskctl's text handling: JSON escaping, result lines, the command-line parsers, failure reasons and
+// the meanings of the transports' call results.
 
 #include <gtest/gtest.h>
 
 #include <optional>
 #include <sstream>
 #include <thread>
+#include <tuple>
 
 #include "common/log/log.hpp"
 #include "common/log/stream_logger.hpp"
 #include "failure_reasons.hpp"
 #include "operations.hpp"
 #include "printer.hpp"
-#include "return_codes.hpp"
+#include "result_texts.hpp"
 #include "value_parsers.hpp"
 
 namespace {
@@ -118,7 +120,7 @@ TEST(VeskctlTextTest, NumbersAddressesPortsAndSensorIdsAreReadStrictly) {
   EXPECT_FALSE(hexReadingOf("ffff"));
 }
 
-TEST(VeskctlTextTest, FailureReasonsKeepTheCallingThreadsWarningsAndErrorsAndExplainReturnCodes) {
+TEST(VeskctlTextTest, FailureReasonsKeepTheCallingThreadsWarningsAndErrors) {
   auto& holder = kov::common::log::SystemLoggerSingleton::instance();
   const auto previous = holder.logger;
   auto output = std::make_shared<kov::common::log::StringLogger>();
@@ -134,21 +136,48 @@ TEST(VeskctlTextTest, FailureReasonsKeepTheCallingThreadsWarningsAndErrorsAndExp
   EXPECT_EQ(FailureReasons::take(), "");
   EXPECT_EQ(output->getString(), "");
   holder.logger = previous;
+}
 
-  const std::vector<std::pair<std::string, std::string>> codes{
-      {"cannot call method 0x8007: SOME/IP transport failed with code \"3\"",
-       "cannot call method 0x8007: SOME/IP transport failed with code \"3\" (SOME/IP return code 0x3: "
-       "unknown "
-       "method)"},
-      {"x failed with code \"5e\"",
-       "x failed with code \"5e\" (SOME/IP return code 0x5e: the sensor refused the "
-       "request)"},
-      {"x failed with code \"ff\"", "x failed with code \"ff\" (SOME/IP return code 0xff: unknown code)"},
-      {"x failed with code \"zz\"", "x failed with code \"zz\""},
-      {"cannot call method 0x8001: SOME/IP transport timed out",
-       "cannot call method 0x8001: SOME/IP transport timed out"}};
-  for (const auto& [reason, explained] : codes) {
-    EXPECT_EQ(explainReturnCodes(reason), explained);
+TEST(VeskctlTextTest, CallResultsAreExplainedByTheTableOfTheTransportInUse) {
+  using Result = kov::platform::networking::ISomeIpTransport::Result;
+  const auto someip = TransportKind::SomeIp;
+  const auto sim = TransportKind::Simulator;
+  const std::string remote = "SOME/IP transport result 0x1";
+  const std::vector<std::tuple<TransportKind, std::uint32_t, std::string>> cases{
+      {someip, 1, "SOME/IP transport result 0x1: no response within the call timeout"},
+      {someip, 3,
+       "SOME/IP transport result 0x3: no offer of the called service instance is known: never offered, "
+       "withdrawn, or its TTL ran out"},
+      {someip, 5,
+       "SOME/IP transport result 0x5: size mismatch, the response payload is not the size of the expected "
+       "record"},
+      {someip, 8,
+       "SOME/IP transport result 0x8: the service instance went away while the call waited for its response: "
+       "StopOffer, TTL expiry or a reboot of its peer"},
+      {someip, 0x100, "SOME/IP transport result 0x100: not among the SOME/IP transport's documented results"},
+      {someip, 0x101, remote + "01: the sensor answered with SOME/IP return code 0x01 E_NOT_OK"},
+      {someip, 0x105, remote + "05: the sensor answered with SOME/IP return code 0x05 E_NOT_REACHABLE"},
+      {someip, 0x10a, remote + "0a: the sensor answered with SOME/IP return code 0x0a E_WRONG_MESSAGE_TYPE"},
+      {someip, 0x10b,
+       remote + "0b: the sensor answered with SOME/IP return code 0x0b, which SOME/IP reserves"},
+      {someip, 0x120,
+       remote + "20: the sensor answered with SOME/IP return code 0x20, service specific: the sensor refused "
+                "the request"},
+      {someip, 0x15e,
+       remote + "5e: the sensor answered with SOME/IP return code 0x5e, service specific: the sensor refused "
+                "the request"},
+      {someip, 0x15f,
+       remote + "5f: the sensor answered with SOME/IP return code 0x5f, which SOME/IP reserves"},
+      {someip, 0x20, "SOME/IP transport result 0x20: not among the SOME/IP transport's documented results"},
+      {sim, 0x20,
+       "simulator result 0x20: the sensor refused a value of the request, out of its range or without a "
+       "meaning to it"},
+      {sim, 5, "simulator result 0x5: not among the simulator's documented results"},
+      {sim, 9, "simulator result 0x9: the request or response size does not match the method's record"},
+      {sim, 2, "simulator result 0x2: no available instance is known under the called address"},
+  };
+  for (const auto& [transport, code, text] : cases) {
+    EXPECT_EQ(explainCallResult(transport, static_cast<Result>(code)), text);
   }
 }
 

@@ -145,11 +145,15 @@ TEST(DiscoveryClient, StopsFindingOnceOffered) {
   EXPECT_EQ(sendTimes(client, T0 + 3000ms, 2000ms), (std::vector<long>{50, 80, 140, 260}));
   client.onOfferEntry(T0 + 5100ms, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A), changes);
 
-  // A service that is offered already when it is requested is not searched for at all.
+  // An offer that comes before the first find does not stop finding: only a find reaches every
+  // instance. The first offer after it does.
   client.requestService(0x1234, T0);  // still requested: nothing new
   client.releaseService(0x1234);
-  client.requestService(0x1234, T0 + 100ms);
-  EXPECT_TRUE(sendTimes(client, T0 + 100ms, 2000ms).empty());
+  client.requestService(0x1234, T0 + 6000ms);
+  client.onOfferEntry(T0 + 6010ms, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A), changes);
+  EXPECT_EQ(sendTimes(client, T0 + 6000ms, 55ms), (std::vector<long>{50}));
+  client.onOfferEntry(T0 + 6060ms, PEER_B, offerEntry(SERVICE_11, 3, {PEER_B, 30502}), changes);
+  EXPECT_TRUE(sendTimes(client, T0 + 6061ms, 2000ms).empty());
 }
 
 TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
@@ -165,7 +169,9 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   // Offers of a service nobody requested are not kept.
   offer(T0, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A));
   EXPECT_TRUE(client.offeredAddresses().empty());
-  client.requestService(0x1234, T0);
+  client.requestService(0x1234, T0 - 50ms);
+  client.poll(T0, out, changes);  // the first find, which the offers below answer
+  ASSERT_EQ(out.size(), 1U);
   offer(T0, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A));
   ASSERT_EQ(text(changes), "+16 ");
   const auto remote = client.offerOf(SERVICE_10);
@@ -209,7 +215,8 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   client.onPeerReboot(PEER_A, changes);
   offer(T0 + 8s, PEER_A, offerEntry(SERVICE_10, TTL_INFINITE, ENDPOINT_A));
   EXPECT_EQ(text(changes), "+16 +17 -16 +16 ");
-  client.poll(T0 + 8s, out, changes);
+  client.poll(T0 + 8s, out, changes);  // a find (the last offer went away at 5 s) ...
+  offer(T0 + 8s, PEER_A, offerEntry(SERVICE_10, TTL_INFINITE, ENDPOINT_A));  // ... answered
   EXPECT_EQ(client.nextDeadline(), Clock::time_point::max());  // infinite TTLs never expire
   out.clear();
   client.poll(T0 + std::chrono::hours(24 * 365), out, changes);

@@ -1,8 +1,10 @@
 #include "command_line.hpp"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 
+#include "discovery_wait.hpp"
 #include "value_parsers.hpp"
 
 namespace kov::tools::veskctl {
@@ -28,6 +30,22 @@ const char* const WATCH_FOOTER =
     "  scanDatum             elevation in degrees\n"
     "Heartbeats are printed when their mode or flags change, not for every beat.\n";
 
+/// How veskctl finds the sensors; part of the top-level --help and so of the man page.
+std::string discoveryFooter() {
+  const auto quiet = std::to_string(DiscoveryWait::QUIET_TIME.count());
+  return "Discovery: with --transport sim veskctl waits until every simulated sensor offers its\n"
+         "services. With --transport someip the number of sensors is not known: with --sensor ID it goes\n"
+         "on as soon as that sensor offers its services 0x0002, 0x0003 and 0x0004; otherwise it takes\n"
+         "every sensor found once no new sensor and no new service was reported for " +
+         quiet +
+         " ms (with\n"
+         "--sensors N, once at least N sensors offer all their services and then " +
+         quiet +
+         " ms pass without\n"
+         "news). It gives up after --discovery-timeout seconds, failing when the named sensor, N sensors\n"
+         "or any sensor at all was not found.\n";
+}
+
 /// The raw texts of the options that veskctl checks itself.
 struct RawOptions {
   std::string discoveryTimeout{"5"};
@@ -39,6 +57,8 @@ struct RawOptions {
   std::optional<std::string> frameRate;
   std::optional<std::string> datum;
   std::string watchSeconds{"2"};
+  /// Each --sensors option (one per command that takes the global options), to tell whether it was given.
+  std::vector<const CLI::Option*> sensors;
 };
 
 /// The options every subcommand takes; added to the top level and to each subcommand, so that they
@@ -53,8 +73,11 @@ void addGlobalOptions(CLI::App& app, CommandLine& line, RawOptions& raw) {
   app.add_option("--transport", raw.transport,
                  "sim: the built-in simulated fleet (new on every run); someip: sensors on the network")
       ->check(CLI::IsMember({"sim", "someip"}));
-  app.add_option("--sensors", line.common.transport.sensors, "Number of simulated sensors (1 to 64)")
-      ->check(CLI::Range(1, 64));
+  raw.sensors.push_back(
+      app.add_option(
+             "--sensors", line.common.transport.sensors,
+             "Number of simulated sensors (1 to 64); with someip optional: wait for at least N sensors")
+          ->check(CLI::Range(1, 64)));
   app.add_flag("--legacy", line.common.transport.legacySensor,
                "Add a simulated sensor that offers each service under its service id");
   app.add_option("--unicast", raw.unicast,
@@ -65,7 +88,7 @@ void addGlobalOptions(CLI::App& app, CommandLine& line, RawOptions& raw) {
   app.add_option("--sd-port", raw.sdPort, "SOME/IP service discovery UDP port (1 to 65535)")
       ->type_name("PORT");
   app.add_option("--discovery-timeout", raw.discoveryTimeout,
-                 "Seconds to wait until every sensor offers its services (0.1 to 600)")
+                 "Seconds discovery may take at most (0.1 to 600; see Discovery below)")
       ->type_name("SECONDS");
 }
 
@@ -84,6 +107,8 @@ bool check(CommandLine& line, const RawOptions& raw, std::string& error) {
   }
   line.common.discoverySeconds = *discovery;
   transport.kind = raw.transport == "someip" ? TransportKind::SomeIp : TransportKind::Simulator;
+  transport.sensorsGiven = std::any_of(raw.sensors.begin(), raw.sensors.end(),
+                                       [](const CLI::Option* option) { return option->count() != 0; });
   if (transport.kind == TransportKind::SomeIp && raw.unicast.empty()) {
     error = "--transport someip needs --unicast ADDR, this host's IPv4 address";
     return false;
@@ -151,7 +176,8 @@ std::optional<int> parseCommandLine(int argc, const char* const* argv, CommandLi
   app.set_version_flag("--version", std::string("veskctl ") + VESKCTL_VERSION);
   app.require_subcommand(0, 1);
   app.fallthrough();
-  app.footer("Exit status: 0 success, 1 an operation failed or a sensor was missing, 2 bad command line.\n");
+  app.footer(discoveryFooter() +
+             "Exit status: 0 success, 1 an operation failed or a sensor was missing, 2 bad command line.\n");
 
   RawOptions raw;
   addGlobalOptions(app, line, raw);

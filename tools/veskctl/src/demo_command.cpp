@@ -65,7 +65,7 @@ int runDemo(const CommonOptions& common, const std::vector<std::string>& faults)
     std::cerr << "veskctl: error: " << error << '\n';
     return EXIT_BAD_USAGE;
   }
-  const auto expected = bundle.expectedSensors;
+  const auto goal = bundle.discovery;
   const bool simulated = bundle.simulator != nullptr;
   if (!faults.empty() && !simulated) {
     std::cerr << "veskctl: error: --fault needs --transport sim: faults are injected into the built-in "
@@ -73,19 +73,24 @@ int runDemo(const CommonOptions& common, const std::vector<std::string>& faults)
     return EXIT_BAD_USAGE;
   }
   Session session(std::move(bundle), printer);
-  printer.note("veskctl demo: " + countOf(expected, simulated ? "simulated sensor" : "sensor"));
-  if (!session.open(error)) {
+  printer.note("veskctl demo: " + (simulated ? countOf(goal.sensors, "simulated sensor")
+                                   : goal.sensors
+                                       ? "at least " + countOf(goal.sensors, "sensor") + " over SOME/IP"
+                                       : std::string("the sensors found over SOME/IP")));
+  if (!session.open(goal, discoveryTimeout(common), error)) {
     std::cerr << "veskctl: error: " << error << '\n';
     return EXIT_FAILED;
   }
 
   printer.note("-- discovering sensors");
-  if (!session.waitForFleet(discoveryTimeout(common))) {
-    std::cerr << "veskctl: error: only " << session.sensors().size() << " of " << expected
-              << " sensors discovered with all services\n";
+  if (!session.discover(error)) {
+    std::cerr << "veskctl: error: " << error << '\n';
     return EXIT_FAILED;
   }
   const auto sensors = session.sensors();
+  if (!simulated) {
+    printer.note("found " + countOf(sensors.size(), "sensor"));
+  }
 
   std::size_t calls = 0;
   std::size_t failed = 0;

@@ -18,16 +18,15 @@ std::uint16_t selectedSensor(const CommonOptions& common) {
   return common.sensor.empty() ? 0xFFFF : parseSensorId(common.sensor).value_or(0xFFFF);
 }
 
-/// Why no sensor matched `--sensor`, with a hint when the decimal digits were meant as hexadecimal.
-std::string noSensorMessage(const CommonOptions& common, const Session& session, std::uint16_t only) {
-  std::string message = "no sensor " + hexId(only);
+/// A hint when the decimal digits of `--sensor` match no sensor but their hexadecimal reading does.
+std::string hexHint(const CommonOptions& common, const Session& session, std::uint16_t only) {
   const auto hex = hexReadingOf(common.sensor);
   if (hex && *hex != only && !session.sensors(*hex).empty()) {
-    message += " (--sensor " + common.sensor +
-               " is read as decimal; sensor ids are printed in hexadecimal: " + "did you mean --sensor " +
-               hexId(*hex) + "?)";
+    return " (--sensor " + common.sensor +
+           " is read as decimal; sensor ids are printed in hexadecimal: " + "did you mean --sensor " +
+           hexId(*hex) + "?)";
   }
-  return message;
+  return std::string();
 }
 
 /// Opens a session, discovers the sensors, runs `body` on the selected ones and closes again.
@@ -40,18 +39,23 @@ int withSensors(const CommonOptions& common, Printer& printer,
     std::cerr << "veskctl: error: " << error << '\n';
     return EXIT_BAD_USAGE;
   }
+  auto goal = bundle.discovery;
+  if (goal.settle && only != 0xFFFF) {
+    // On the network, the named sensor ends discovery; the simulated fleet is discovered whole.
+    goal.sensor = only;
+  }
   Session session(std::move(bundle), printer);
-  if (!session.open(error)) {
+  if (!session.open(goal, discoveryTimeout(common), error)) {
     std::cerr << "veskctl: error: " << error << '\n';
     return EXIT_FAILED;
   }
-  if (!session.waitForFleet(discoveryTimeout(common))) {
-    std::cerr << "veskctl: error: not every sensor was discovered in time\n";
+  if (!session.discover(error)) {
+    std::cerr << "veskctl: error: " << error << (goal.sensor ? hexHint(common, session, only) : "") << '\n';
     return EXIT_FAILED;
   }
   const auto sensors = session.sensors(only);
   if (sensors.empty()) {
-    std::cerr << "veskctl: error: " << noSensorMessage(common, session, only) << '\n';
+    std::cerr << "veskctl: error: no sensor " << hexId(only) << hexHint(common, session, only) << '\n';
     return EXIT_FAILED;
   }
   const int status = body(session, sensors);

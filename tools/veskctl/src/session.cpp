@@ -1,14 +1,11 @@
 #include "session.hpp"
 
+#include <algorithm>
 #include <utility>
 
 #include "vesk/kov_drivers_lidar_vesk_control_interface.hpp"
 
 namespace kov::tools::veskctl {
-
-namespace {
-constexpr std::uint16_t SERVICE_IDS[] = {0x0002, 0x0003, 0x0004};
-}  // namespace
 
 Session::Session(TransportBundle bundle, Printer& printer) : bundle_(std::move(bundle)), printer_(printer) {}
 
@@ -17,8 +14,13 @@ Session::~Session() {
   close(ignored);
 }
 
-bool Session::open(std::string& error) {
+bool Session::open(const DiscoveryGoal& goal, std::chrono::milliseconds timeout, std::string& error) {
   started_ = Clock::now();
+  {
+    // Before start(): the first availability reports may arrive while start() runs.
+    std::lock_guard<std::mutex> lock(mutex_);
+    discovery_.emplace(goal, started_, timeout);
+  }
   control_ = kov::drivers::lidar::vesk::makeSensorControlA(bundle_.transport);
   if (!control_) {
     error = "cannot create the sensor control";
@@ -41,12 +43,17 @@ bool Session::open(std::string& error) {
 void Session::onServicesChanged(const std::shared_ptr<ISensorControl::IClient>& client,
                                 const std::unordered_set<std::uint16_t>& serviceIds) {
   // Runs on a transport thread with the library's locks held: only record, print later.
-  const auto at = elapsed();
+  const auto now = Clock::now();
+  const auto at = std::chrono::duration_cast<std::chrono::milliseconds>(now - started_);
   {
     std::lock_guard<std::mutex> lock(mutex_);
     clients_.emplace(client->getSensorId(), client);
     for (const auto serviceId : serviceIds) {
-      changes_.push_back(Change{at, client->getSensorId(), serviceId, client->isAvailable(serviceId)});
+      const bool available = client->isAvailable(serviceId);
+      changes_.push_back(Change{at, client->getSensorId(), serviceId, available});
+      if (discovery_) {
+        discovery_->serviceChanged(client->getSensorId(), serviceId, available, now);
+      }
     }
   }
   changed_.notify_all();
@@ -64,21 +71,25 @@ void Session::printAvailability(std::chrono::milliseconds wait) {
   }
 }
 
-bool Session::fleetReady() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  std::size_t ready = 0;
-  for (const auto& entry : clients_) {
-    bool all = true;
-    for (const auto serviceId : SERVICE_IDS) {
-      all = all && entry.second->isAvailable(serviceId);
+bool Session::discover(std::string& error) {
+  for (;;) {
+    const auto now = Clock::now();
+    DiscoveryWait::Verdict verdict{DiscoveryWait::Verdict::State::Failed, now, "discovery was not started"};
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (discovery_) {
+        verdict = discovery_->check(now);
+      }
     }
-    ready += all ? 1 : 0;
+    if (verdict.state != DiscoveryWait::Verdict::State::Waiting) {
+      printAvailability(std::chrono::milliseconds(0));
+      error = verdict.error;
+      return verdict.state == DiscoveryWait::Verdict::State::Done;
+    }
+    // Wakes up early for every availability change, which may end discovery.
+    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(verdict.until - now);
+    printAvailability(std::max(wait, std::chrono::milliseconds(1)));
   }
-  return ready >= bundle_.expectedSensors;
-}
-
-bool Session::waitForFleet(std::chrono::milliseconds timeout) {
-  return waitUntil(timeout, [this] { return fleetReady(); });
 }
 
 std::vector<Sensor> Session::sensors(std::uint16_t only) const {

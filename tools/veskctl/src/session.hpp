@@ -6,9 +6,11 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "discovery_wait.hpp"
 #include "printer.hpp"
 #include "transport_factory.hpp"
 #include "vesk/i_sensor_control.hpp"
@@ -36,11 +38,13 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  /// Creates the sensor control, connects, subscribes and starts. False with `error` set on failure.
-  bool open(std::string& error);
+  /// Creates the sensor control, connects, subscribes and starts discovering, which may take
+  /// `timeout` to reach `goal`. False with `error` set on failure.
+  bool open(const DiscoveryGoal& goal, std::chrono::milliseconds timeout, std::string& error);
 
-  /// Prints availability changes until every expected sensor offers all three services, or `timeout`.
-  bool waitForFleet(std::chrono::milliseconds timeout);
+  /// Prints availability changes until discovery reached its goal; false with `error` saying what was
+  /// missing when the timeout passed first.
+  bool discover(std::string& error);
 
   /// Prints the availability changes announced so far, waiting up to `wait` for the first one.
   void printAvailability(std::chrono::milliseconds wait);
@@ -85,7 +89,6 @@ class Session {
 
   void onServicesChanged(const std::shared_ptr<ISensorControl::IClient>& client,
                          const std::unordered_set<std::uint16_t>& serviceIds);
-  bool fleetReady() const;
 
   TransportBundle bundle_;
   Printer& printer_;
@@ -98,6 +101,7 @@ class Session {
   std::condition_variable changed_;
   std::vector<Change> changes_;
   std::map<std::uint16_t, std::shared_ptr<ISensorControl::IClient>> clients_;
+  std::optional<DiscoveryWait> discovery_;
 };
 
 }  // namespace kov::tools::veskctl

@@ -1,5 +1,6 @@
 #include "transport_factory.hpp"
 
+#include "recording_transport.hpp"
 #include "someip/some_ip_transport.hpp"
 
 namespace kov::tools::veskctl {
@@ -22,8 +23,10 @@ TransportBundle makeTransport(const TransportOptions& options, std::string& erro
       const auto endpoint = transport ? transport->offeredEndpoint(address) : std::nullopt;
       return endpoint ? someip::toString(*endpoint) : std::string();
     };
-    bundle.transport = std::move(transport);
-    bundle.expectedSensors = options.sensors;
+    bundle.transport = std::make_shared<RecordingTransport>(std::move(transport), TransportKind::SomeIp);
+    // How many sensors the network has is not known: take those found once discovery is quiet.
+    bundle.discovery.sensors = options.sensorsGiven ? options.sensors : 0;
+    bundle.discovery.settle = true;
     return bundle;
   }
   auto config = kov::tools::simulator::makeFleetConfig(options.sensors);
@@ -32,8 +35,8 @@ TransportBundle makeTransport(const TransportOptions& options, std::string& erro
     return bundle;
   }
   bundle.simulator = std::make_shared<kov::tools::simulator::SimulatedFleet>(config);
-  bundle.transport = bundle.simulator;
-  bundle.expectedSensors = bundle.simulator->sensorIds().size();
+  bundle.transport = std::make_shared<RecordingTransport>(bundle.simulator, TransportKind::Simulator);
+  bundle.discovery.sensors = bundle.simulator->sensorIds().size();
   return bundle;
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "discovery_wait.hpp"
 #include "networking/i_some_ip_transport.hpp"
 #include "simulator/simulated_fleet.hpp"
 
@@ -25,8 +26,10 @@ struct TransportOptions {
   static constexpr std::uint16_t DEFAULT_SD_PORT = 30490;
 
   TransportKind kind{TransportKind::Simulator};
-  /// Simulated fleet: how many sensors it plays, and whether it adds the legacy one.
+  /// Simulated fleet: how many sensors it plays, and whether it adds the legacy one. SOME/IP: when
+  /// `sensorsGiven`, how many sensors at least discovery waits for.
   std::size_t sensors{DEFAULT_SENSORS};
+  bool sensorsGiven{false};
   bool legacySensor{false};
   /// SOME/IP: this host's IPv4 address (dotted quad), the service discovery group and port.
   std::string unicast;
@@ -37,9 +40,11 @@ struct TransportOptions {
 /// The transport veskctl talks through. `simulator` is set only when the network is the simulated
 /// fleet (fault injection).
 struct TransportBundle {
+  /// The transport handed to the library: a RecordingTransport around the simulator or SOME/IP.
   std::shared_ptr<kov::platform::networking::ISomeIpTransport> transport;
   std::shared_ptr<kov::tools::simulator::SimulatedFleet> simulator;
-  std::size_t expectedSensors{0};  ///< how many sensors discovery waits for
+  /// Over the simulator, its whole fleet; over SOME/IP, the sensors found once discovery settles.
+  DiscoveryGoal discovery;
   /// "a.b.c.d:port" at which a service instance is offered; empty when unknown. Only set for SOME/IP.
   std::function<std::string(const kov::platform::networking::ISomeIpTransport::Address&)> endpointOf;
 };
