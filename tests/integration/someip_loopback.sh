@@ -2,7 +2,8 @@
 # vesk-sensord and veskctl as two processes on the loopback of a network namespace of their own, each
 # on its own 127.x address: discovery, every getter and setter (state kept by the daemon between veskctl
 # runs), events, the daemon stopped (SIGTERM: StopOffer), killed (SIGKILL: gone after the offer TTL),
-# restarted and crashed-and-restarted (reboot seen). tshark records the loopback meanwhile and
+# restarted and crashed-and-restarted (reboot seen), all beside another SOME/IP program that shares the
+# SD port (sd_neighbour.py). tshark records the loopback meanwhile and
 # someip_capture_check.sh checks that capture.
 # Usage: someip_loopback.sh <vesk-sensord> <veskctl>. Needs root; exits 77 (skipped) without it.
 set -euo pipefail
@@ -40,6 +41,15 @@ nsx() { ip netns exec "$ns" "$@"; }
 # Only lo, up, and no routes: as on a user's machine, nothing else is needed, since every SOME/IP
 # participant sends its SD multicast out of the interface of its own address.
 nsx ip link set lo up
+
+# Another SOME/IP program runs on the host before ours start, holding the SD port on the wildcard
+# address and on its own address with address reuse, as widely used stacks do. Ours must start beside
+# it, and unicast SD meant for ours must never reach it.
+readonly NEIGHBOUR=127.0.0.9
+nsx python3 "$here/sd_neighbour.py" "$NEIGHBOUR" 224.224.224.245 30490 "$work/neighbour.out" \
+  2> "$work/neighbour.err" &
+neighbour_pid=$!
+wait_for_text "$work/neighbour.out" "ready" 5000 || fail "the SD neighbour did not start within 5 s"
 
 # veskctl from address $1 on the namespace's loopback; JSON lines, bounded in time. No --sensors, as a
 # user runs it: with --sensor it goes on once that sensor is complete, otherwise once discovery settles.
@@ -150,6 +160,16 @@ done
 lines_since "$work/events.out" '"sensor":16.*"event":"scanDatum"' "$set_at" | grep -q . &&
   fail "sensor 0x0010 sent a scan datum event although only 0x0011 was set"
 
+# Up to here every program was running: unicast SD went to each one's own socket, none to the
+# neighbour's wildcard one. (Once the daemon is stopped, the kernel hands what is still sent to its
+# address to the only socket left on the port, the neighbour's.)
+step "another SOME/IP program beside ours"
+grep -qx "224.224.224.245" "$work/neighbour.out" || fail "the SD neighbour heard no SD multicast"
+for own in "$SENSOR" "$WATCHER" "$CALLER"; do
+  ! grep -qx "$own" "$work/neighbour.out" || fail "unicast SD meant for $own reached the SD neighbour"
+done
+echo "the neighbour heard $(grep -cx 224.224.224.245 "$work/neighbour.out") SD multicast datagrams and no unicast SD of ours"
+
 step "SIGTERM: StopOffer makes the sensors unavailable at once"
 term_at=$(now_us)
 kill -TERM "$daemon_pid"
@@ -218,6 +238,9 @@ reboots_final=$(grep -c "SOME/IP-SD peer $SENSOR rebooted" "$work/crashes.err" |
 kill -TERM "$daemon_pid"
 wait_exit "$daemon_pid" 5000 && [[ "$exit_status" == 0 ]] || fail "vesk-sensord did not end cleanly on SIGTERM"
 wait_exit "$watch_pid" 15000 || fail "veskctl watch did not end"
+
+kill -TERM "$neighbour_pid"
+wait_exit "$neighbour_pid" 5000 || fail "the SD neighbour did not end"
 
 if [[ -z "$tshark_pid" ]]; then
   skip "tshark is not installed: behaviour checked, wire format not (scripts/install-deps.sh installs tshark)"
