@@ -22,6 +22,7 @@
 #include "someip/some_ip_transport.hpp"
 #include "support/log_capture.hpp"
 #include "support/network_namespace.hpp"
+#include "wire_bytes.hpp"
 
 namespace {
 
@@ -309,6 +310,81 @@ TEST_F(LoopbackTest, StopOfferMakesTheInstanceUnavailableAndAnOfferBringsItBack)
   // Disconnecting the server withdraws its offers.
   server_->disconnect();
   EXPECT_TRUE(availability_.waitFor(SCAN, false));
+}
+
+/// A UDP socket of the test on `address`:`port`, multicast leaving through the loopback.
+int testSocket(const char* address, std::uint16_t port) {
+  const int sock = socket(AF_INET, SOCK_DGRAM, 0);
+  const int on = 1;
+  sockaddr_in local{};
+  local.sin_family = AF_INET;
+  local.sin_port = htons(port);
+  inet_pton(AF_INET, address, &local.sin_addr);
+  in_addr interface {};
+  inet_pton(AF_INET, address, &interface);
+  timeval wait{5, 0};
+  if (sock < 0 || setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0 ||
+      setsockopt(sock, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait)) != 0 ||
+      setsockopt(sock, IPPROTO_IP, IP_MULTICAST_IF, &interface, sizeof(interface)) != 0 ||
+      bind(sock, reinterpret_cast<sockaddr*>(&local), sizeof(local)) != 0) {
+    return -1;
+  }
+  return sock;
+}
+
+void sendTo(int sock, const char* address, std::uint16_t port, const kov::test::wire::Bytes& bytes) {
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(port);
+  inet_pton(AF_INET, address, &to.sin_addr);
+  sendto(sock, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof(to));
+}
+
+TEST_F(LoopbackTest, EventsSentToTheMulticastGroupNamedByTheAckArrive) {
+  using namespace kov::test::wire;
+  // A server written by hand on 127.0.0.6: it offers [0x4,0x20] to the client by unicast SD, answers
+  // the subscription with an Ack that names the group 239.1.2.3:30700, and sends its event there.
+  const int sd = testSocket("127.0.0.6", 30490);
+  const int service = testSocket("127.0.0.6", 30601);
+  ASSERT_TRUE(sd >= 0 && service >= 0);
+  const Address lidar{0x0004, 0x0020};
+  ASSERT_TRUE(client_->requestService(Address{0x0004, 0xFFFF}));
+  sendTo(sd, "127.0.0.3", 30490,
+         sdMessage(0xC0, 1, {serviceEntry(0x01, 0x0004, 0x0020, 0x01, 30, 0, 0, 1)},
+                   {ipv4Option(0x04, 0x7F000006, 0x11, 30601)}));
+  for (int i = 0; i < 500 && !client_->offeredEndpoint(lidar); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));  // bounded poll: no report for 0x4 here
+  }
+  ASSERT_TRUE(client_->offeredEndpoint(lidar).has_value());
+
+  std::mutex mutex;
+  std::condition_variable arrived;
+  Bytes got;
+  ASSERT_TRUE(client_->subscribeEvents(lidar, 1, {1}, [&](std::uint16_t, const void* data, std::size_t size) {
+    std::lock_guard<std::mutex> lock(mutex);
+    got.assign(static_cast<const std::uint8_t*>(data), static_cast<const std::uint8_t*>(data) + size);
+    arrived.notify_all();
+  }));
+  std::uint8_t subscribe[1500];
+  ssize_t size = 0;
+  while ((size = recv(sd, subscribe, sizeof(subscribe), 0)) > 0 && !(size >= 25 && subscribe[24] == 0x06)) {
+  }
+  ASSERT_GE(size, 25) << "no SubscribeEventgroup arrived";
+  sendTo(sd, "127.0.0.3", 30490,
+         sdMessage(0xC0, 2, {eventgroupEntry(0x07, 0x0004, 0x0020, 0x01, 30, 0x0001, 0, 1)},
+                   {ipv4Option(0x14, 0xEF010203, 0x11, 30700)}));
+  const Bytes event = message({0x0004, 0x8001, 0x0000, 0x0001, 0x01, 0x01, 0x02, 0x00}, {0x05, 0x06});
+  for (int i = 0; i < 50; ++i) {
+    sendTo(service, "239.1.2.3", 30700, event);
+    std::unique_lock<std::mutex> lock(mutex);
+    if (arrived.wait_for(lock, std::chrono::milliseconds(100), [&] { return !got.empty(); })) {
+      break;
+    }
+  }
+  EXPECT_EQ(got, (Bytes{0x05, 0x06}));
+  EXPECT_TRUE(client_->unsubscribeEvents(lidar));
+  close(sd);
+  close(service);
 }
 
 /// Another SOME/IP program on the same host, as widely used stacks open it: the SD port on the
