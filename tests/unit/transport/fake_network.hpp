@@ -82,10 +82,6 @@ class FakeNetwork final : public detail::Network {
     std::lock_guard<std::mutex> lock(mutex_);
     return groups_;
   }
-  int openCount() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return opens_;
-  }
 
   // The transport's side.
 
@@ -95,7 +91,6 @@ class FakeNetwork final : public detail::Network {
   }
   bool open(const kov::platform::networking::someip::TransportOptions&) override {
     std::lock_guard<std::mutex> lock(mutex_);
-    ++opens_;
     open_ = true;
     return true;
   }
@@ -168,7 +163,6 @@ class FakeNetwork final : public detail::Network {
   bool kicked_{false};
   bool reading_{false};
   bool open_{false};
-  int opens_{0};
   int instances_{0};
   std::vector<Sent> sent_;
   std::set<Endpoint> groups_;
