@@ -30,9 +30,12 @@ class TransportCore;
 /// be called from any thread; several threads may be in callMethod at once (each blocks at most for the
 /// call timeout). After unsubscribeEvents or unsubscribeAvailability returned, the removed handler does
 /// not run again; called from inside that handler they do not wait for it. A handler must not call
-/// disconnect or destroy the transport.
+/// disconnect or destroy the transport. connect and disconnect may race from different threads: they
+/// run one after the other, and a connection after disconnect starts with nothing of the last one.
 ///
-/// callMethod results: Ok, Timeout, and the codes of call_result.hpp.
+/// callMethod results: Ok, Timeout, and the codes of call_result.hpp; a call waiting for an instance
+/// that goes away (StopOffer, TTL expiry, reboot of its peer) ends at once with RESULT_INSTANCE_GONE.
+/// What the network sends is bounded by the table sizes of TransportOptions.
 class KOV_SOMEIP_EXPORT SomeIpTransport : public ISomeIpTransport {
  public:
   /// Answers one request of a local service instance: fills `response` and returns the return code
@@ -47,7 +50,8 @@ class KOV_SOMEIP_EXPORT SomeIpTransport : public ISomeIpTransport {
   SomeIpTransport(const SomeIpTransport&) = delete;
   SomeIpTransport& operator=(const SomeIpTransport&) = delete;
 
-  /// Opens the sockets and starts the threads. Ok, or RESULT_SOCKET_ERROR (logged).
+  /// Opens the sockets and starts the threads. Ok, or RESULT_SOCKET_ERROR (logged). The SD sockets share
+  /// their port with other SOME/IP programs on the host (address reuse).
   Result connect() override;
   /// StopOffers every offered instance, StopSubscribes every subscription, ends the threads and closes
   /// the sockets. Pending calls return RESULT_NOT_CONNECTED. Always Ok.
@@ -61,7 +65,8 @@ class KOV_SOMEIP_EXPORT SomeIpTransport : public ISomeIpTransport {
   bool offerService(const Address& address) override;
   bool stopOfferService(const Address& address) override;
 
-  /// Starts finding every instance of the service (wildcard instance expected).
+  /// Starts finding every instance of the service (wildcard instance expected). Offers of services
+  /// that are not requested are not kept.
   bool requestService(const Address& address) override;
   bool releaseService(const Address& address) override;
 
