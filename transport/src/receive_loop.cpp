@@ -142,6 +142,13 @@ void TransportCore::onSdDatagram(const std::uint8_t* data, std::size_t size, std
         const MessageHeader& h = message.header;
         const std::size_t at = offset;
         offset += HEADER_SIZE + message.payloadSize;
+        const bool isSd = h.serviceId == SD_SERVICE_ID && h.methodId == SD_METHOD_ID &&
+                          h.messageType == MessageType::NOTIFICATION;
+        // Decoded before the lock is taken: a large message must not hold up calls and timers.
+        SdMessage sd;
+        const SdParseError sdError = error == ParseError::NONE && isSd
+                                         ? parseSdPayload(message.payload, message.payloadSize, sd)
+                                         : SdParseError::NONE;
         std::lock_guard<std::mutex> lock(mutex_);
         if (!connected_) {
           return;
@@ -151,8 +158,7 @@ void TransportCore::onSdDatagram(const std::uint8_t* data, std::size_t size, std
           return;
         }
         std::size_t suppressed = 0;
-        if (h.serviceId != SD_SERVICE_ID || h.methodId != SD_METHOD_ID ||
-            h.messageType != MessageType::NOTIFICATION) {
+        if (!isSd) {
           if (mayLogLocked(fromIp, LogKind::MALFORMED, suppressed)) {
             KOV_LOG(WARN, LOG_PATH) << "Dropping a non-SD message on the SD port from " << ipToString(fromIp)
                                     << ": message id 0x" << std::hex << h.serviceId << std::setfill('0')
@@ -160,8 +166,6 @@ void TransportCore::onSdDatagram(const std::uint8_t* data, std::size_t size, std
           }
           return;
         }
-        SdMessage sd;
-        const SdParseError sdError = parseSdPayload(message.payload, message.payloadSize, sd);
         if (sdError != SdParseError::NONE) {
           if (mayLogLocked(fromIp, LogKind::MALFORMED, suppressed)) {
             KOV_LOG(WARN, LOG_PATH) << "Dropping SOME/IP-SD message from " << ipToString(fromIp) << ": "

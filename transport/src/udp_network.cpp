@@ -23,7 +23,7 @@ namespace {
 
 constexpr const char* LOG_PATH = "transport/src/udp_network.cpp";
 constexpr std::size_t RECEIVE_BUFFER = 65536;
-/// Datagrams read from one socket before the others get their turn.
+/// Rounds of reading (one datagram per ready socket each) before timers get their turn.
 constexpr std::size_t MAX_READS_PER_WAKE = 64;
 
 /// Multicast SD leaves through the interface of the unicast address and comes back to other
@@ -256,20 +256,26 @@ void UdpNetwork::receive(std::chrono::milliseconds timeout, const OnDatagram& on
     while (::read(fds[0].fd, drain, sizeof(drain)) > 0) {
     }
   }
-  for (std::size_t i = 1; i < fds.size(); ++i) {
-    if ((fds[i].revents & POLLIN) == 0) {
-      continue;
-    }
-    // The sockets do not block: read what is there, up to a bound that keeps the others served.
-    for (std::size_t read = 0; read < MAX_READS_PER_WAKE; ++read) {
+  // The sockets do not block: read what is there, one datagram per socket in turn, so that a response
+  // waits for at most one datagram of each other socket, however busy the SD port is; the number of
+  // rounds is bounded so that timers get their turn.
+  bool anyRead = true;
+  for (std::size_t round = 0; round < MAX_READS_PER_WAKE && anyRead; ++round) {
+    anyRead = false;
+    for (std::size_t i = 1; i < fds.size(); ++i) {
+      if ((fds[i].revents & POLLIN) == 0) {
+        continue;
+      }
       std::size_t received = 0;
       std::uint32_t ipNetworkOrder = 0;
       std::uint16_t port = 0;
       if (udp::tryReadFrom(fds[i].fd, buffer_.data(), buffer_.size(), received, ipNetworkOrder, port) !=
               NetworkResult::OK ||
           received == 0) {
-        break;
+        fds[i].revents = 0;  // empty for now
+        continue;
       }
+      anyRead = true;
       onDatagram(polled_[i].channel, polled_[i].instanceId, Endpoint{ntohl(ipNetworkOrder), port},
                  buffer_.data(), received);
     }
