@@ -238,6 +238,9 @@ TEST(VeskctlEndToEndTest, BadCommandLinesExitWithTwoAndOneMessageNamingOptionVal
       {{"--sd-multicast", "192.0.2.1", "list"},
        "--sd-multicast 192.0.2.1: expected an IPv4 multicast address, 224.0.0.0 to 239.255.255.255"},
       {{"--sd-port", "70000", "list"}, "--sd-port 70000: expected a decimal port from 1 to 65535"},
+      {{"--call-timeout", "0", "list"}, "--call-timeout 0: expected a duration from 0.01 to 600 seconds"},
+      {{"--major", "255", "list"}, "--major 255: expected a major version, a whole number from 0 to 254"},
+      {{"--major", "1.5", "list"}, "--major 1.5: expected a major version, a whole number from 0 to 254"},
   };
   for (const auto& [arguments, message] : cases) {
     const auto run = runVeskctl(arguments);
@@ -251,15 +254,19 @@ TEST(VeskctlEndToEndTest, BadCommandLinesExitWithTwoAndOneMessageNamingOptionVal
   EXPECT_EQ(fault.status, 2);
   EXPECT_NE(fault.err.find("--fault: meteor not in"), std::string::npos) << fault.err;
 
-  // A sensor that is not there is a failure (1), with a hint when decimal digits were meant as hex.
+  // A sensor that is not there exits 3, with a hint when decimal digits were meant as hex.
   const auto decimal = runVeskctl({"get", "--sensor", "10"});
-  EXPECT_EQ(decimal.status, 1);
+  EXPECT_EQ(decimal.status, 3);
   EXPECT_EQ(decimal.err,
             "veskctl: error: no sensor 0x000a (--sensor 10 is read as decimal; sensor ids are printed in "
             "hexadecimal: did you mean --sensor 0x0010?)\n");
   const auto missing = runVeskctl({"get", "--sensor", "0x42"});
-  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.status, 3);
   EXPECT_EQ(missing.err, "veskctl: error: no sensor 0x0042\n");
+  // A transport that cannot start (an address of no interface here; nothing is sent) exits 4.
+  const auto foreign =
+      runVeskctl({"--transport", "someip", "--unicast", "192.0.2.1", "--log-level", "off", "list"});
+  EXPECT_EQ(foreign.status, 4) << foreign.err;
 }
 
 TEST(VeskctlEndToEndTest, VersionAndHelpShowTheProjectVersionGlobalOptionsDefaultsAndLegend) {

@@ -53,6 +53,8 @@ struct RawOptions {
   std::string unicast;
   std::string sdMulticast{TransportOptions::DEFAULT_SD_MULTICAST};
   std::string sdPort{std::to_string(TransportOptions::DEFAULT_SD_PORT)};
+  std::string callTimeout{"1"};
+  std::optional<std::string> major;
   std::string sensor;
   std::optional<std::string> frameRate;
   std::optional<std::string> datum;
@@ -90,6 +92,13 @@ void addGlobalOptions(CLI::App& app, CommandLine& line, RawOptions& raw) {
   app.add_option("--discovery-timeout", raw.discoveryTimeout,
                  "Seconds discovery may take at most (0.1 to 600; see Discovery below)")
       ->type_name("SECONDS");
+  app.add_option("--call-timeout", raw.callTimeout,
+                 "SOME/IP: seconds a method call waits for its response (0.01 to 600)")
+      ->type_name("SECONDS");
+  app.add_option("--major", raw.major,
+                 "SOME/IP: ask only for this service major version and ignore offers of others (0 to 254; "
+                 "default: any)")
+      ->type_name("N");
 }
 
 void addSensorOption(CLI::App& app, RawOptions& raw) {
@@ -141,6 +150,22 @@ bool check(CommandLine& line, const RawOptions& raw, std::string& error) {
     return false;
   }
   line.common.sensor = raw.sensor;
+  const auto callTimeout = parseInRange("--call-timeout", raw.callTimeout, CALL_TIMEOUT_SECONDS_RANGE, error);
+  if (!callTimeout) {
+    return false;
+  }
+  transport.callTimeout = std::chrono::milliseconds(static_cast<long long>(*callTimeout * 1000 + 0.5));
+  if (raw.major) {
+    // 0xFF is SOME/IP's "any major version", which is what leaving the option out asks for.
+    const auto& text = *raw.major;
+    const bool digits = !text.empty() && text.size() <= 3 &&
+                        std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+    if (!digits || std::stoi(text) > 254) {
+      error = "--major " + text + ": expected a major version, a whole number from 0 to 254";
+      return false;
+    }
+    transport.major = static_cast<std::uint8_t>(std::stoi(text));
+  }
   if (raw.frameRate) {
     const auto rate = parseInRange("--frame-rate", *raw.frameRate, FRAME_RATE_RANGE, error);
     if (!rate) {
@@ -177,7 +202,9 @@ std::optional<int> parseCommandLine(int argc, const char* const* argv, CommandLi
   app.require_subcommand(0, 1);
   app.fallthrough();
   app.footer(discoveryFooter() +
-             "Exit status: 0 success, 1 an operation failed or a sensor was missing, 2 bad command line.\n");
+             "Exit status, the same for every subcommand: 0 success, 1 a call or a check failed, 2 bad\n"
+             "command line, 3 no sensor (or not the asked one) was discovered, 4 the transport could not\n"
+             "start (an address that is not this host's, a port held by another program, ...).\n");
 
   RawOptions raw;
   addGlobalOptions(app, line, raw);

@@ -11,10 +11,12 @@
 
 namespace kov::tools::veskctl {
 
-/// Exit statuses of veskctl.
+/// Exit statuses of veskctl, the same for every subcommand.
 constexpr int EXIT_OK = 0;
-constexpr int EXIT_FAILED = 1;     ///< an operation failed or sensors were missing
-constexpr int EXIT_BAD_USAGE = 2;  ///< the command line was wrong
+constexpr int EXIT_FAILED = 1;          ///< a call or a check failed
+constexpr int EXIT_BAD_USAGE = 2;       ///< the command line was wrong
+constexpr int EXIT_NOT_DISCOVERED = 3;  ///< no sensor, or not the asked one, was discovered
+constexpr int EXIT_NO_TRANSPORT = 4;    ///< the transport could not start (address not local, port held, ...)
 
 /// Options every subcommand shares.
 struct CommonOptions {

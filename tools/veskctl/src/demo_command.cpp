@@ -79,13 +79,13 @@ int runDemo(const CommonOptions& common, const std::vector<std::string>& faults)
                                        : std::string("the sensors found over SOME/IP")));
   if (!session.open(goal, discoveryTimeout(common), error)) {
     std::cerr << "veskctl: error: " << error << '\n';
-    return EXIT_FAILED;
+    return EXIT_NO_TRANSPORT;
   }
 
   printer.note("-- discovering sensors");
   if (!session.discover(error)) {
     std::cerr << "veskctl: error: " << error << '\n';
-    return EXIT_FAILED;
+    return EXIT_NOT_DISCOVERED;
   }
   const auto sensors = session.sensors();
   if (!simulated) {

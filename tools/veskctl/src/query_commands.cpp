@@ -47,16 +47,16 @@ int withSensors(const CommonOptions& common, Printer& printer,
   Session session(std::move(bundle), printer);
   if (!session.open(goal, discoveryTimeout(common), error)) {
     std::cerr << "veskctl: error: " << error << '\n';
-    return EXIT_FAILED;
+    return EXIT_NO_TRANSPORT;
   }
   if (!session.discover(error)) {
     std::cerr << "veskctl: error: " << error << (goal.sensor ? hexHint(common, session, only) : "") << '\n';
-    return EXIT_FAILED;
+    return EXIT_NOT_DISCOVERED;
   }
   const auto sensors = session.sensors(only);
   if (sensors.empty()) {
     std::cerr << "veskctl: error: no sensor " << hexId(only) << hexHint(common, session, only) << '\n';
-    return EXIT_FAILED;
+    return EXIT_NOT_DISCOVERED;
   }
   const int status = body(session, sensors);
   if (!session.close(error)) {

@@ -27,7 +27,9 @@ bool Session::open(const DiscoveryGoal& goal, std::chrono::milliseconds timeout,
     return false;
   }
   if (!control_->init()) {
-    error = "cannot connect the transport";
+    error =
+        "cannot connect the transport (the log line above says why: an address that is not this "
+        "host's, or a port another program holds without sharing it)";
     return false;
   }
   subscription_ = control_->subscribe(

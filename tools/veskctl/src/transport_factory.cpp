@@ -13,6 +13,8 @@ TransportBundle makeTransport(const TransportOptions& options, std::string& erro
     transportOptions.unicastAddress = options.unicast;
     transportOptions.sdMulticastAddress = options.sdMulticast;
     transportOptions.sdPort = options.sdPort;
+    transportOptions.callTimeout = options.callTimeout;
+    transportOptions.requiredMajorVersion = options.major;
     if (!someip::validateOptions(transportOptions, error)) {
       return bundle;
     }

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +37,10 @@ struct TransportOptions {
   std::string unicast;
   std::string sdMulticast{DEFAULT_SD_MULTICAST};
   std::uint16_t sdPort{DEFAULT_SD_PORT};
+  /// SOME/IP: how long a method call waits for its response (--call-timeout), and the one service
+  /// major version to ask for and accept (--major; any when not given).
+  std::chrono::milliseconds callTimeout{1000};
+  std::optional<std::uint8_t> major;
 };
 
 /// The transport veskctl talks through. `simulator` is set only when the network is the simulated

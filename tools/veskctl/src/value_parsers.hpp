@@ -25,6 +25,7 @@ constexpr ValueRange DATUM_RANGE{-18.0, 10.0, "an elevation", "degrees"};
 constexpr ValueRange AZIMUTH_RANGE{-90.0, 90.0, "an azimuth", "degrees"};
 constexpr ValueRange DISCOVERY_SECONDS_RANGE{0.1, 600.0, "a duration", "seconds"};
 constexpr ValueRange WATCH_SECONDS_RANGE{0.1, 3600.0, "a duration", "seconds"};
+constexpr ValueRange CALL_TIMEOUT_SECONDS_RANGE{0.01, 600.0, "a duration", "seconds"};
 
 /// A plain decimal number ("20", "-5.5", "1e3" is not one): optional sign, digits, optional fraction.
 std::optional<double> parseDecimal(const std::string& text);
