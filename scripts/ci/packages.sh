@@ -45,6 +45,9 @@ for tool in veskctl vesk-sensord; do
   "$tool" --version
   man -w "$tool"
 done
+for table in SOMEIP_service_identifiers SOMEIP_method_event_identifiers SOMEIP_eventgroup_identifiers; do
+  [[ -s /usr/share/kov_vesk/wireshark/$table ]]
+done
 ldd /usr/bin/veskctl | grep libkov_
 ! ldd /usr/bin/veskctl | grep -q 'not found'
 veskctl --sensors 1 get mode

@@ -2,7 +2,8 @@
 # Decodes a capture of vesk-sensord and veskctl with tshark, an independent SOME/IP decoder, and checks
 # that every datagram is SOME/IP or SOME/IP-SD that tshark accepts without an expert warning or error,
 # and that ids, types, return codes, sizes, SD entries and endpoints are the ones the programs meant to
-# send (someip_capture_checks.jq).
+# send (someip_capture_checks.jq); and that the name tables of tools/wireshark give tshark the names
+# of the services, of a method, of two events and of an eventgroup.
 # Usage: someip_capture_check.sh <capture> <sensor address> <instance ids, comma separated> <offer TTL>
 #        [<instance>=<port>,... as veskctl list printed the endpoints>]
 set -euo pipefail
@@ -51,4 +52,40 @@ if grep -q '^FAIL' "$scratch/verdict.txt"; then
   status=1
 fi
 echo "capture: $(grep '^counted' "$scratch/verdict.txt")"
+
+# The name tables of tools/wireshark, read by tshark from a configuration folder of its own: the
+# services, a method (in a request), an event (in a notification) and an eventgroup must be named.
+mkdir -p "$scratch/config/wireshark"
+cp "$here"/../../tools/wireshark/SOMEIP_*_identifiers "$scratch/config/wireshark/"
+names_of() {
+  XDG_CONFIG_HOME="$scratch/config" tshark -r "$capture" "${decode[@]}" -Y "$1" -T fields -e "$2" 2>/dev/null |
+    tr ',' '\n' | sort -u
+}
+named=()
+for service in SystemModeService ScanService SensorInfoService; do
+  if names_of "someipsd.entry.type == 0x01" someipsd.entry.servicename | grep -qx "$service"; then
+    named+=("$service")
+  else
+    echo "FAIL: no SD offer named by the service table as $service"
+    status=1
+  fi
+done
+for check in "someip.serviceid == 0x0003 && someip.methodid == 0x8001 && someip.messagetype == 0x00|getDesiredScanSettings / event achievedScanSettings|a getDesiredScanSettings request" \
+  "someip.serviceid == 0x0003 && someip.methodid == 0x8002 && someip.messagetype == 0x02|setDesiredScanSettings / event scanDatum|a scanDatum notification" \
+  "someip.serviceid == 0x0002 && someip.methodid == 0x8002 && someip.messagetype == 0x02|setSystemMode / event sensorHealthStatus|a heartbeat notification"; do
+  IFS='|' read -r filter name what <<< "$check"
+  if names_of "$filter" someip.methodname | grep -qxF "$name"; then
+    named+=("$name")
+  else
+    echo "FAIL: $what not named \"$name\" by the method/event table"
+    status=1
+  fi
+done
+if names_of "someipsd.entry.type == 0x06" someipsd.entry.eventgroupname | grep -qx ScanEvents; then
+  named+=(ScanEvents)
+else
+  echo "FAIL: no subscription named by the eventgroup table as ScanEvents"
+  status=1
+fi
+echo "names from tools/wireshark: ${#named[@]} of 7 found"
 exit "$status"

@@ -5,13 +5,15 @@
 #include <iostream>
 
 #include "discovery_wait.hpp"
+#include "doctor_command.hpp"
+#include "monitor_command.hpp"
 #include "value_parsers.hpp"
 
 namespace kov::tools::veskctl {
 
 namespace {
 
-const char* const SUBCOMMANDS = "demo, list, get, set or watch";
+const char* const SUBCOMMANDS = "demo, list, get, set, watch, monitor or doctor";
 
 const char* const SET_FOOTER =
     "With --transport sim (the default) every run of veskctl starts a new simulated fleet, so a value\n"
@@ -248,7 +250,15 @@ std::optional<int> parseCommandLine(int argc, const char* const* argv, CommandLi
   watch->add_option("--seconds", raw.watchSeconds, "How long to watch (0.1 to 3600)")->type_name("SECONDS");
   addSensorOption(*watch, raw);
 
-  for (auto* command : {demo, list, get, set, watch}) {
+  auto* monitor = addMonitorCommand(app, line.monitor);
+
+  auto* doctor = app.add_subcommand("doctor", "Check why sensors are not discovered on --unicast's address");
+  doctor->footer(DOCTOR_FOOTER);
+  doctor->add_option("--seconds", line.doctorSeconds, "How long to listen to service discovery (0.1 to 600)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.1, 600.0));
+
+  for (auto* command : {demo, list, get, set, watch, monitor, doctor}) {
     addGlobalOptions(*command, line, raw);
   }
 
@@ -264,11 +274,11 @@ std::optional<int> parseCommandLine(int argc, const char* const* argv, CommandLi
     return app.exit(e) == 0 ? EXIT_OK : EXIT_BAD_USAGE;
   }
 
-  const std::pair<CLI::App*, CommandLine::Command> commands[] = {{demo, CommandLine::Command::Demo},
-                                                                 {list, CommandLine::Command::List},
-                                                                 {get, CommandLine::Command::Get},
-                                                                 {set, CommandLine::Command::Set},
-                                                                 {watch, CommandLine::Command::Watch}};
+  const std::pair<CLI::App*, CommandLine::Command> commands[] = {
+      {demo, CommandLine::Command::Demo},    {list, CommandLine::Command::List},
+      {get, CommandLine::Command::Get},      {set, CommandLine::Command::Set},
+      {watch, CommandLine::Command::Watch},  {monitor, CommandLine::Command::Monitor},
+      {doctor, CommandLine::Command::Doctor}};
   bool found = false;
   for (const auto& command : commands) {
     if (command.first->parsed()) {
@@ -281,6 +291,13 @@ std::optional<int> parseCommandLine(int argc, const char* const* argv, CommandLi
   }
   std::string error;
   if (!check(line, raw, error)) {
+    return usageError(error);
+  }
+  if (line.command == CommandLine::Command::Doctor && line.common.transport.unicast.empty()) {
+    return usageError("doctor needs --unicast ADDR, the IPv4 address sensors should be discovered on");
+  }
+  if (line.command == CommandLine::Command::Monitor &&
+      !checkMonitorOptions(line.common, line.monitor, error)) {
     return usageError(error);
   }
   return std::nullopt;

@@ -5,12 +5,13 @@
 #include <vector>
 
 #include "commands.hpp"
+#include "monitor_command.hpp"
 
 namespace kov::tools::veskctl {
 
 /// veskctl's command line, parsed and checked.
 struct CommandLine {
-  enum class Command { Demo, List, Get, Set, Watch };
+  enum class Command { Demo, List, Get, Set, Watch, Monitor, Doctor };
   static constexpr double DEFAULT_WATCH_SECONDS = 2.0;
 
   Command command{Command::Demo};
@@ -19,7 +20,9 @@ struct CommandLine {
   std::vector<std::string> faults;  ///< demo
   std::vector<std::string> what;    ///< get
   SetOptions set;
+  MonitorOptions monitor;
   double watchSeconds{DEFAULT_WATCH_SECONDS};
+  double doctorSeconds{3.0};  ///< doctor: how long to listen to service discovery
 };
 
 /// Parses and checks the arguments. Returns an exit status when veskctl is done already (help or

@@ -8,7 +8,9 @@
 #include "command_line.hpp"
 #include "commands.hpp"
 #include "common/log/system_logger.hpp"
+#include "doctor_command.hpp"
 #include "failure_reasons.hpp"
+#include "monitor_command.hpp"
 
 namespace {
 
@@ -52,6 +54,10 @@ int main(int argc, char** argv) {
       return runSet(line.common, line.set);
     case CommandLine::Command::Watch:
       return runWatch(line.common, line.watchSeconds);
+    case CommandLine::Command::Monitor:
+      return runMonitor(line.common, line.monitor);
+    case CommandLine::Command::Doctor:
+      return runDoctor(line.common, line.doctorSeconds);
   }
   return EXIT_FAILED;
 }

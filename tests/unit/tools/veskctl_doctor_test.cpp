@@ -1,0 +1,220 @@
+// veskctl doctor: the verdicts drawn from hand-made facts, and the FindService it sends.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "doctor_probes.hpp"
+#include "doctor_verdicts.hpp"
+
+namespace {
+
+using namespace kov::tools::veskctl::doctor;
+
+struct Case {
+  const char* name;
+  std::function<std::vector<Verdict>()> verdicts;
+  std::vector<Verdict> expected;
+};
+
+InterfaceFacts veth(bool up = true, bool multicast = true) {
+  return {"veth0", "", up, multicast, false};
+}
+
+Offer offer(std::uint16_t service, std::uint16_t instance, std::uint8_t major, bool unicast = false) {
+  return {service, instance, major, 0, 3, "198.18.0.11:40000", "198.18.0.11", unicast};
+}
+
+ListenFacts heard(std::vector<Offer> offers) {
+  return {3.0, "", "", {{"198.18.0.11", 30490, true, 4}}, std::move(offers)};
+}
+
+/// The verdicts about sensors only (the participant, offer and find lines are covered separately).
+std::vector<Verdict> sensorLines(const ListenFacts& facts, std::optional<std::uint8_t> major) {
+  std::vector<Verdict> lines;
+  for (const auto& verdict : listenVerdicts(facts, major)) {
+    if (verdict.check.rfind("sensor", 0) == 0) {
+      lines.push_back(verdict);
+    }
+  }
+  return lines;
+}
+
+const char* const LACKS_FIX =
+    "restart the sensor or check its configuration: a sensor offers all of 0x0002, 0x0003, 0x0004";
+
+TEST(VeskctlDoctorTest, VerdictsFollowFromTheFacts) {
+  const std::vector<Case> cases = {
+      {"address on no interface",
+       [] { return std::vector<Verdict>{addressVerdict("198.18.0.9", std::nullopt, {})}; },
+       {{"address", Status::Fail, "198.18.0.9 is assigned to no interface of this host",
+         "ip addr add 198.18.0.9/24 dev IFACE, or pass --unicast with one of this host's addresses (ip -4 "
+         "addr "
+         "show)"}}},
+      {"interface down",
+       [] { return std::vector<Verdict>{addressVerdict("198.18.0.9", veth(false), {})}; },
+       {{"address", Status::Fail, "198.18.0.9 on veth0, which is DOWN", "ip link set dev veth0 up"}}},
+      {"no multicast flag, loop-back still works",
+       [] {
+         return std::vector<Verdict>{addressVerdict("198.18.0.9", veth(true, false), {true, ""})};
+       },
+       {{"address", Status::Warn,
+         "198.18.0.9 on veth0 (UP) without the MULTICAST flag; the multicast loop-back probe still works "
+         "there",
+         "ip link set dev veth0 multicast on"}}},
+      {"no multicast flag, loop-back fails",
+       [] {
+         return std::vector<Verdict>{addressVerdict("198.18.0.9", veth(true, false), {false, ""})};
+       },
+       {{"address", Status::Fail,
+         "198.18.0.9 on veth0 (UP) without the MULTICAST flag; the multicast loop-back probe fails there",
+         "ip link set dev veth0 multicast on"}}},
+      {"127.0.0.2 inside lo's network",
+       [] {
+         return std::vector<Verdict>{
+             addressVerdict("127.0.0.2", InterfaceFacts{"lo", "127.0.0.1/8", true, true, true}, {true, ""})};
+       },
+       {{"address", Status::Pass, "127.0.0.2 on lo (in 127.0.0.1/8) (UP, MULTICAST)", ""}}},
+      {"strict through all: the interface's own setting fixes it",
+       [] {
+         return rpFilterVerdicts(veth(), {0, 1, std::nullopt, std::nullopt}, {});
+       },
+       {{"rp_filter", Status::Warn, "strict (veth0 0, all 1): SD multicast from another subnet is dropped",
+         "sysctl -w net.ipv4.conf.veth0.rp_filter=2"}}},
+      {"loose wins over strict",
+       [] {
+         return rpFilterVerdicts(veth(), {2, 1, 7, 7}, {});
+       },
+       {{"rp_filter", Status::Pass, "loose (veth0 2, all 1)", ""}}},
+      {"strict and dropping while listening; the route back leaves elsewhere",
+       [] {
+         return rpFilterVerdicts(veth(), {1, 0, 7, 10}, {{"198.18.3.1", "dummy0"}, {"198.18.0.11", "veth0"}});
+       },
+       {{"rp_filter", Status::Fail,
+         "strict (veth0 1, all 0): SD multicast from another subnet is dropped; the kernel dropped 3 "
+         "datagrams "
+         "by reverse-path filtering while listening (IPReversePathFilter)",
+         "sysctl -w net.ipv4.conf.veth0.rp_filter=2"},
+        {"reverse route", Status::Warn,
+         "to SD sender 198.18.3.1 through dummy0, not through veth0 where its SD messages arrive",
+         "ip route add 198.18.3.1 dev veth0, or sysctl -w net.ipv4.conf.veth0.rp_filter=2"},
+        {"reverse route", Status::Pass, "to SD sender 198.18.0.11 through veth0", ""}}},
+      {"port held without reuse by one process",
+       [] {
+         PortFacts facts{"Address already in use", "", true, {{4242, "python3", "198.18.0.9:30490"}}, true};
+         return std::vector<Verdict>{portVerdict("198.18.0.9", "224.224.224.245", 30490, facts)};
+       },
+       {{"sd port", Status::Fail,
+         "cannot bind 198.18.0.9:30490 (Address already in use): python3 (pid 4242) on 198.18.0.9:30490 "
+         "holds "
+         "the port without address reuse",
+         "stop python3 (pid 4242) or make it share the port (SO_REUSEADDR on its socket)"}}},
+      {"loop-back probe lost",
+       [] {
+         return std::vector<Verdict>{loopbackVerdict("198.18.0.9", "224.224.224.245", "veth0", {false, ""})};
+       },
+       {{"multicast loop-back", Status::Fail,
+         "our datagram to 224.224.224.245 sent over 198.18.0.9 did not come back within 1 s",
+         "ip link set dev veth0 multicast on; ip route add 224.0.0.0/4 dev veth0"}}},
+      {"nothing heard",
+       [] {
+         return listenVerdicts({2.5, "", "", {}, {}}, std::nullopt);
+       },
+       {{"sd participants", Status::Fail, "no SD message heard in 2.5 s",
+         "likely causes: no sensor up on this link; the sensors use another SD group or port "
+         "(--sd-multicast, "
+         "--sd-port); strict rp_filter or a missing route back to them; multicast off on the interface; a "
+         "firewall dropping UDP to the SD port"}}},
+      {"a sensor lacking a service; a StopOffer counts for nothing",
+       [] {
+         auto facts = heard({offer(2, 0x10, 0), offer(3, 0x10, 0), offer(4, 0x10, 0)});
+         facts.offers.back().ttl = 0;
+         return sensorLines(facts, std::nullopt);
+       },
+       {{"sensor 0x0010", Status::Warn,
+         "services 0x0002, 0x0003 at 198.18.0.11:40000, major 0; lacks service 0x0004", LACKS_FIX}}},
+      {"majors against --major",
+       [] {
+         return sensorLines(heard({offer(2, 0x10, 0), offer(3, 0x10, 0), offer(4, 0x10, 0)}), 1);
+       },
+       {{"sensor 0x0010", Status::Warn,
+         "services 0x0002, 0x0003, 0x0004 at 198.18.0.11:40000, major 0; major differs from --major 1",
+         "run with --major 0 or update the sensor's software"}}},
+      {"one sensor's major against the others'",
+       [] {
+         return sensorLines(
+             heard({offer(2, 0x10, 0), offer(3, 0x10, 0), offer(4, 0x10, 0), offer(2, 0x11, 0),
+                    offer(3, 0x11, 0), offer(4, 0x11, 0), offer(2, 0x12, 2), offer(3, 0x12, 2)}),
+             std::nullopt);
+       },
+       {{"sensor 0x0010", Status::Pass, "services 0x0002, 0x0003, 0x0004 at 198.18.0.11:40000, major 0", ""},
+        {"sensor 0x0011", Status::Pass, "services 0x0002, 0x0003, 0x0004 at 198.18.0.11:40000, major 0", ""},
+        {"sensor 0x0012", Status::Warn,
+         "services 0x0002, 0x0003 at 198.18.0.11:40000, major 2; lacks service 0x0004; major differs from "
+         "the "
+         "other sensors' 0",
+         std::string(LACKS_FIX) + "; update the sensor's software, or pick one version with --major"}}},
+      {"a getter that timed out",
+       [] {
+         return getterVerdicts({{0x10, true, 1.3, "text1=\"x\""}, {0x11, false, 0, "Timeout"}});
+       },
+       {{"getter 0x0010", Status::Pass, "getSensorSoftwareVersion answered in 1.3 ms: text1=\"x\"", ""},
+        {"getter 0x0011", Status::Fail, "getSensorSoftwareVersion did not answer: Timeout",
+         "the sensor is offered but its endpoint does not answer: check the route and firewalls between this "
+         "host and the endpoint of its offers, and --major"}}},
+  };
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.name);
+    const auto verdicts = testCase.verdicts();
+    ASSERT_EQ(verdicts.size(), testCase.expected.size());
+    for (std::size_t i = 0; i < verdicts.size(); ++i) {
+      EXPECT_EQ(verdicts[i].check, testCase.expected[i].check);
+      EXPECT_STREQ(statusName(verdicts[i].status), statusName(testCase.expected[i].status));
+      EXPECT_EQ(verdicts[i].found, testCase.expected[i].found);
+      EXPECT_EQ(verdicts[i].fix, testCase.expected[i].fix);
+    }
+  }
+}
+
+TEST(VeskctlDoctorTest, FindAnswersAndFailureCount) {
+  const auto lines = listenVerdicts(heard({offer(2, 0x10, 0, true), offer(3, 0x10, 0)}), std::nullopt);
+  const auto find =
+      std::find_if(lines.begin(), lines.end(), [](const Verdict& v) { return v.check == "find"; });
+  ASSERT_NE(find, lines.end());
+  EXPECT_EQ(find->found, "FindService for 0x0002, 0x0003, 0x0004 answered by 198.18.0.11");
+  const auto unanswered = listenVerdicts(heard({offer(2, 0x10, 0)}), std::nullopt);
+  EXPECT_TRUE(std::any_of(unanswered.begin(), unanswered.end(),
+                          [](const Verdict& v) { return v.check == "find" && v.status == Status::Warn; }));
+  EXPECT_FALSE(anyFailed(lines));
+  EXPECT_TRUE(anyFailed(listenVerdicts({1.0, "", "", {}, {}}, std::nullopt)));
+  EXPECT_EQ(sensorsOf({offer(4, 0x11, 0), offer(2, 0x10, 0), offer(0x99, 0x12, 0)}),
+            (std::vector<std::uint16_t>{0x10, 0x11}));
+}
+
+TEST(VeskctlDoctorTest, FindServiceBytes) {
+  // SOME/IP header: service 0xFFFF, method 0x8100, length 8 + 4 (flags) + 4 + 48 (three entries) + 4,
+  // client 0, session 1, protocol 1, interface 1, NOTIFICATION, E_OK; flags reboot | unicast.
+  const std::vector<std::uint8_t> header = {0xFF, 0xFF, 0x81, 0x00, 0x00, 0x00, 0x00, 0x44,
+                                            0x00, 0x00, 0x00, 0x01, 0x01, 0x01, 0x02, 0x00,
+                                            0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x30};
+  const auto entry = [](std::uint8_t service, std::uint8_t major) {
+    // type FIND, no options, service, instance 0xFFFF, major, TTL 3, minor 0xFFFFFFFF
+    return std::vector<std::uint8_t>{0x00,  0x00, 0x00, 0x00, 0x00, service, 0xFF, 0xFF,
+                                     major, 0x00, 0x00, 0x03, 0xFF, 0xFF,    0xFF, 0xFF};
+  };
+  for (const std::optional<std::uint8_t> major :
+       {std::optional<std::uint8_t>(), std::optional<std::uint8_t>(1)}) {
+    auto expected = header;
+    for (const std::uint8_t service : {2, 3, 4}) {
+      const auto bytes = entry(service, major ? *major : 0xFF);
+      expected.insert(expected.end(), bytes.begin(), bytes.end());
+    }
+    expected.insert(expected.end(), {0x00, 0x00, 0x00, 0x00});
+    EXPECT_EQ(findServiceMessage(major), expected);
+  }
+}
+
+}  // namespace
