@@ -157,6 +157,9 @@ TEST_F(WiringTest, FindOfferStopOfferTtlAndRebootBecomeReportsAndEndWaitingCalls
     EXPECT_EQ(sentTo(PEER_SERVICE, Channel::CLIENT),
               message({0x0003, 0x8001, 0x1000, session, 0x01, 0x01, 0x00, 0x00}, {0x42}))
         << answer.name;
+    // A response to another client with the same session is not this call's answer.
+    net_->deliver(Channel::CLIENT, PEER_SERVICE,
+                  message({0x0003, 0x8001, 0x1001, session, 0x01, 0x01, 0x80, 0x00}, {0xEE, 0xEE}));
     net_->deliver(Channel::CLIENT, PEER_SERVICE,
                   message({0x0003, 0x8001, 0x1000, session, 0x01, 0x01, answer.type, answer.returnCode},
                           answer.payload));
@@ -410,6 +413,19 @@ TEST_F(WiringTest, ConnectAndDisconnectFromTwoThreadsNeverHangAndEachConnectionS
   const Bytes find = sentTo({GROUP, 30490});
   ASSERT_GE(find.size(), 17U);
   EXPECT_EQ((Bytes{find[10], find[11], find[16]}), (Bytes{0x00, 0x01, 0xC0}));
+}
+
+TEST(DispatchQueue, TheBytesOfTasksThatRanAreFreedForTheNextOnes) {
+  detail::DispatchQueue queue;
+  queue.start();
+  // Each task holds 6 of at most 10 bytes: one fits at a time, again and again once the previous ran.
+  std::vector<std::promise<void>> done(20);  // outlive the tasks that set them
+  for (std::size_t i = 0; i < done.size(); ++i) {
+    auto finished = done[i].get_future();
+    ASSERT_TRUE(queue.postDroppable([promise = &done[i]] { promise->set_value(); }, 6, 100, 10)) << i;
+    ASSERT_EQ(finished.wait_for(5s), std::future_status::ready) << i;
+  }
+  queue.stop();
 }
 
 }  // namespace
