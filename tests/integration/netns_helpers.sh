@@ -48,6 +48,38 @@ remove_netns() {
   ip netns del "$ns" 2>/dev/null || true
 }
 
+# The two programs every network test takes: sets $sensord and $veskctl, then checks for root and
+# `ip netns`.
+take_programs() {
+  (($# == 2)) || fail "usage: $0 <vesk-sensord> <veskctl>"
+  sensord="$(realpath "$1")"
+  veskctl="$(realpath "$2")"
+  require_netns
+}
+
+# Makes the test's work folder ($work) and, on exit, removes the namespaces listed in the array
+# $test_namespaces (set it before creating any), shows the end of each work file when the test failed,
+# and removes $work (kept when KOV_KEEP_WORK is set).
+clean_up_on_exit() {
+  work="$(mktemp -d)"
+  trap '_clean_up $?' EXIT
+  trap 'exit 1' INT TERM
+}
+
+_clean_up() {
+  local status=$1 ns log
+  for ns in "${test_namespaces[@]}"; do
+    remove_netns "$ns"
+  done
+  if ((status != 0 && status != SKIP_EXIT_CODE)); then
+    for log in "$work"/*; do
+      [[ -s "$log" && "$log" != *.pcapng ]] && { echo "=== $(basename "$log") (last 40 lines)"; tail -40 "$log"; }
+    done
+  fi
+  [[ -n "${KOV_KEEP_WORK:-}" ]] && echo "work files kept in $work" || rm -rf "$work"
+  exit "$status"
+}
+
 # Copies stdin to stdout, each line prefixed with the wall-clock time it was read (microseconds).
 stamp_lines() {
   local line

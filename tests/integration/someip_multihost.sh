@@ -9,34 +9,17 @@ set -euo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
 source "$here/netns_helpers.sh"
 
-(($# == 2)) || fail "usage: $0 <vesk-sensord> <veskctl>"
-sensord="$(realpath "$1")"
-veskctl="$(realpath "$2")"
-require_netns
+take_programs "$@"
 command -v jq >/dev/null || skip "jq is not installed (scripts/install-deps.sh installs it)"
 
 readonly TTL=2 PER_HOST=3
 readonly HOSTS=(s1 s2 s3) FIRST_IDS=(0x10 0x20 0x30) CLIENT_ADDRESS=198.18.0.100
 prefix="kovmh-$$"
 bridge_ns="$prefix-br"
-work="$(mktemp -d)"
 declare -A daemon_pids=()
 
-cleanup() {
-  local status=$? ns
-  for ns in "$prefix-c" "$prefix-s1" "$prefix-s2" "$prefix-s3" "$bridge_ns"; do
-    remove_netns "$ns"
-  done
-  if ((status != 0 && status != SKIP_EXIT_CODE)); then
-    for log in "$work"/*; do
-      [[ -s "$log" ]] && { echo "=== $(basename "$log") (last 30 lines)"; tail -30 "$log"; }
-    done
-  fi
-  [[ -n "${KOV_KEEP_WORK:-}" ]] && echo "work files kept in $work" || rm -rf "$work"
-  exit "$status"
-}
-trap cleanup EXIT
-trap 'exit 1' INT TERM
+test_namespaces=("$prefix-c" "$prefix-s1" "$prefix-s2" "$prefix-s3" "$bridge_ns")
+clean_up_on_exit
 
 host_address() { echo "198.18.0.$((11 + $1))"; }
 

@@ -9,34 +9,17 @@ set -euo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
 source "$here/netns_helpers.sh"
 
-(($# == 2)) || fail "usage: $0 <vesk-sensord> <veskctl>"
-sensord="$(realpath "$1")"
-veskctl="$(realpath "$2")"
-require_netns
+take_programs "$@"
 command -v python3 >/dev/null || skip "python3 is not installed"
 
 prefix="kovdr-$$"
 lo_ns="$prefix-lo"
 client_ns="$prefix-c"
 sensor_ns="$prefix-s"
-work="$(mktemp -d)"
 readonly SENSOR=198.18.1.1 CLIENT=198.18.1.2 FAKE=198.18.1.3
 
-cleanup() {
-  local status=$? ns
-  for ns in "$lo_ns" "$client_ns" "$sensor_ns"; do
-    remove_netns "$ns"
-  done
-  if ((status != 0 && status != SKIP_EXIT_CODE)); then
-    for log in "$work"/*; do
-      [[ -s "$log" ]] && { echo "=== $(basename "$log") (last 30 lines)"; tail -30 "$log"; }
-    done
-  fi
-  [[ -n "${KOV_KEEP_WORK:-}" ]] && echo "work files kept in $work" || rm -rf "$work"
-  exit "$status"
-}
-trap cleanup EXIT
-trap 'exit 1' INT TERM
+test_namespaces=("$lo_ns" "$client_ns" "$sensor_ns")
+clean_up_on_exit
 
 # doctor NAMESPACE OUTPUT ARGS...: runs veskctl doctor (bounded), its exit status in $doctor_status.
 doctor_status=0

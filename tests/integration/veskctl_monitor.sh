@@ -8,31 +8,16 @@ set -euo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
 source "$here/netns_helpers.sh"
 
-(($# == 2)) || fail "usage: $0 <vesk-sensord> <veskctl>"
-sensord="$(realpath "$1")"
-veskctl="$(realpath "$2")"
-require_netns
+take_programs "$@"
 command -v jq >/dev/null || skip "jq is not installed (scripts/install-deps.sh installs it)"
 command -v ss >/dev/null || skip "ss (iproute2) is not installed"
 
 readonly SENSOR=127.0.0.2 MONITOR=127.0.0.3
 ns="kovmon-$$"
-work="$(mktemp -d)"
 daemon_pid="" monitor_pid="" generation=0
 
-cleanup() {
-  local status=$?
-  remove_netns "$ns"
-  if ((status != 0 && status != SKIP_EXIT_CODE)); then
-    for log in "$work"/*.out "$work"/*.err; do
-      [[ -s "$log" ]] && { echo "=== $(basename "$log") (last 40 lines)"; tail -40 "$log"; }
-    done
-  fi
-  rm -rf "$work"
-  exit "$status"
-}
-trap cleanup EXIT
-trap 'exit 1' INT TERM
+test_namespaces=("$ns")
+clean_up_on_exit
 
 ip netns add "$ns" || skip "cannot create network namespace $ns"
 nsx() { ip netns exec "$ns" "$@"; }
