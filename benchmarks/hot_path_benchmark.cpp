@@ -6,7 +6,7 @@
 //   kov_hot_path_benchmark --count=N
 //       runs every single-threaded path N times, each run framed by callgrind client requests
 //       (a dump named "<index>-library" or "<index>-reference"), and prints one line per path:
-//       path <index> <goal> <library allocs/op> <reference allocs/op> <name> | <reference>
+//       path <index> <goal> <CI limit> <library allocs/op> <reference allocs/op> <name> | <reference>
 //       scripts/ci/perf-check.sh turns the dumps into instruction ratios.
 #include <benchmark/benchmark.h>
 #include <valgrind/callgrind.h>
@@ -65,7 +65,7 @@ int runCounted(const std::vector<PathPair>& paths, std::size_t count) {
       CALLGRIND_TOGGLE_COLLECT;
       CALLGRIND_DUMP_STATS_AT(label.c_str());
     }
-    std::printf("path %zu %.2f %.2f %.2f %s | %s\n", index, path.goal, libraryAllocations,
+    std::printf("path %zu %.2f %.2f %.2f %.2f %s | %s\n", index, path.goal, path.ciLimit, libraryAllocations,
                 referenceAllocations, path.name.c_str(), path.reference.c_str());
   }
   return 0;

@@ -78,11 +78,11 @@ std::vector<PathPair> makeLogPaths() {
   const auto writtenLibrary = std::make_shared<WrittenLineLibrary>();
   const auto writtenSpdlog = std::make_shared<WrittenLineSpdlog>();
   std::vector<PathPair> paths;
-  paths.push_back({"INFO line to a file, flush per line", "spdlog basic_file_sink_mt", 1.3, 1, writtenLibrary,
-                   writtenSpdlog});
-  paths.push_back({"INFO line to a file, flush per line", "spdlog basic_file_sink_mt", 1.3, 4, writtenLibrary,
-                   writtenSpdlog});
-  paths.push_back({"DEBUG message dropped by the discard level", "spdlog disabled level", 10.0, 1,
+  paths.push_back({"INFO line to a file, flush per line", "spdlog basic_file_sink_mt", 1.3, 1.3, 1,
+                   writtenLibrary, writtenSpdlog});
+  paths.push_back({"INFO line to a file, flush per line", "spdlog basic_file_sink_mt", 1.3, 1.3, 4,
+                   writtenLibrary, writtenSpdlog});
+  paths.push_back({"DEBUG message dropped by the discard level", "spdlog disabled level", 10.0, 10.0, 1,
                    std::make_shared<DroppedMessageLibrary>(), std::make_shared<DroppedMessageSpdlog>()});
   return paths;
 }
