@@ -1,0 +1,45 @@
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+#include <string>
+
+#include "call_reason.hpp"
+#include "serialization/types/records.hpp"
+#include "serialization/types/scan_pattern.hpp"
+
+// The pieces of the native module kov_vesk._native, one file each. The records, enumerations and
+// exceptions are plain Python classes (kov_vesk/_records.py, _errors.py); this layer converts to and
+// from them and owns no behaviour of its own.
+namespace kov::python {
+
+namespace py = pybind11;
+namespace types = kov::drivers::lidar::vesk::types;
+
+// Records (records.cpp): library records to Python records and back. The reverse conversions check
+// the value with the library's own conversion to the wire record and raise ValueError with the
+// library's reason when it refuses, before anything is sent.
+py::object toPython(const types::DesiredScanSettings& value);
+py::object toPython(const types::AchievedScanSettings& value);
+py::object toPython(const types::SensorHealthStatus& value);
+py::object toPython(const types::SensorSoftwareVersion& value);
+py::object toPython(const types::DatapathDestinationInfo& value);
+py::object toPython(types::SystemModeStatus value);
+py::object toPython(types::ScanPatternCommandStatus value);
+types::DesiredScanSettings desiredScanSettingsFrom(const py::handle& value);
+types::SystemModeCommand systemModeCommandFrom(const py::handle& value);
+types::ScanDatum scanDatumFrom(double degrees);
+types::ScanPattern scanPatternFrom(const py::iterable& commands);
+types::DatapathDestinationInfo datapathDestinationFrom(const std::string& ip, int port);
+
+// Errors (call_errors.cpp): raises the kov_vesk exception that matches a failed call.
+[[noreturn]] void raiseCallError(const kov::tools::veskctl::CallOutcome& outcome);
+/// Raises CallError with `reason` and no transport code.
+[[noreturn]] void raiseCallError(const std::string& reason);
+
+void bindSensor(py::module_& module);
+void bindFleet(py::module_& module);
+void bindFaults(py::module_& module);
+void bindLogging(py::module_& module);
+
+}  // namespace kov::python
