@@ -119,7 +119,7 @@ class Point:
     attribute: int = 0
 
 
-@dataclass(frozen=True)
+@dataclass(frozen=True, match_args=False)
 class Snap:
     """Scan pattern command: snap to the next position."""
 

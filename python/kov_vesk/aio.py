@@ -9,7 +9,8 @@ from __future__ import annotations
 
 import asyncio
 from types import TracebackType
-from typing import Callable, Dict, Iterable, List, Optional, Type, TypeVar, Union
+import typing
+from typing import Callable, Dict, List, Optional, Type, TypeVar, Union
 
 import kov_vesk
 from kov_vesk._records import (
@@ -81,7 +82,7 @@ class Sensor:
         """Sets the scan datum elevation in degrees."""
         await _run(self._sensor.set_scan_datum, degrees)
 
-    async def set_scan_pattern(self, commands: Iterable[Union[Point, Snap, MinLines]]) -> None:
+    async def set_scan_pattern(self, commands: typing.Iterable[Union[Point, Snap, MinLines]]) -> None:
         """Sends a scan pattern of up to 88 commands."""
         await _run(self._sensor.set_scan_pattern, list(commands))
 

@@ -17,7 +17,8 @@ import socket
 import subprocess
 import time
 from dataclasses import dataclass
-from typing import Iterator, List, Optional
+from collections.abc import Iterator
+from typing import List, Optional
 
 import pytest
 
@@ -31,7 +32,7 @@ ADDRESS_ATTEMPTS = 50
 
 
 def free_loopback_address(exclude: Optional[List[str]] = None) -> str:
-    """A 127.x.y.z address (x, y, z random) with no UDP socket bound on it to port 0's neighbours."""
+    """A random 127.x.y.z address that `exclude` does not hold (every 127/8 address is the loopback)."""
     for _ in range(ADDRESS_ATTEMPTS):
         address = "127.%d.%d.%d" % (random.randint(1, 254), random.randint(0, 255), random.randint(2, 254))
         if exclude and address in exclude:

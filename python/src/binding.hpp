@@ -37,6 +37,13 @@ types::DatapathDestinationInfo datapathDestinationFrom(const std::string& ip, in
 /// Raises CallError with `reason` and no transport code.
 [[noreturn]] void raiseCallError(const std::string& reason);
 
+/// The metaclass of the module's classes: Python's own `type` instead of pybind11's, so that the classes
+/// look like ordinary classes to type checkers (the module has no static properties, which would need
+/// pybind11's).
+inline py::metaclass plainMetaclass() {
+  return py::metaclass(reinterpret_cast<PyObject*>(&PyType_Type));
+}
+
 void bindSensor(py::module_& module);
 void bindFleet(py::module_& module);
 void bindFaults(py::module_& module);

@@ -28,7 +28,7 @@ Result resultOf(long long code) {
 }  // namespace
 
 void bindFaults(py::module_& module) {
-  py::class_<Faults>(module, "Faults",
+  py::class_<Faults>(module, "Faults", plainMetaclass(),
                      "Fault injection into the simulated fleet, to test error handling without hardware. "
                      "Result codes are the simulator's: 1 time-out, 2 unknown service, 3 unknown "
                      "method, 4 not ready, 9 malformed message, 0x20 refused by the sensor.")

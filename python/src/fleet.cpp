@@ -271,13 +271,13 @@ std::shared_ptr<AvailabilityCallbacks::Entry> Fleet::onAvailability(py::object c
 
 void bindFleet(py::module_& module) {
   py::class_<AvailabilityCallbacks::Entry, std::shared_ptr<AvailabilityCallbacks::Entry>>(
-      module, "AvailabilityHandle", "A registered availability callback; close() ends it.")
+      module, "AvailabilityHandle", plainMetaclass(), "A registered availability callback; close() ends it.")
       .def("close", &AvailabilityCallbacks::Entry::close,
            "Ends the callback; once this returned it is not called again.")
       .def_property_readonly("closed", &AvailabilityCallbacks::Entry::closed, "Whether close() was called.");
 
   py::class_<Fleet, std::shared_ptr<Fleet>>(
-      module, "Fleet",
+      module, "Fleet", plainMetaclass(),
       "The sensors reachable through one transport: the built-in simulated fleet or SOME/IP. Use it "
       "with `with` (discovery starts on entry; stop and shutdown on exit) or call start() and close().")
       .def_static(

@@ -29,7 +29,7 @@ class Events {
 };
 
 void bindEvents(py::module_& module) {
-  py::class_<Events>(module, "Events",
+  py::class_<Events>(module, "Events", plainMetaclass(),
                      "The latest value of each event the sensor publishes; zero values until the first "
                      "event. Every read returns a fresh whole record.")
       .def_property_readonly(
@@ -75,7 +75,7 @@ void bindSensor(py::module_& module) {
   bindEvents(module);
   using Self = Sensor;
   py::class_<Sensor, std::shared_ptr<Sensor>>(
-      module, "Sensor",
+      module, "Sensor", plainMetaclass(),
       "One sensor: a method per operation of the sensor, each blocking until the sensor answered (the "
       "interpreter lock is released meanwhile). Failures raise CallError or one of its subclasses; "
       "values the library refuses raise ValueError before anything is sent.")
