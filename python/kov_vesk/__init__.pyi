@@ -26,34 +26,6 @@ from kov_vesk._records import (
     SystemModeCommand as SystemModeCommand,
 )
 
-__all__ = [
-    "AchievedScanSettings",
-    "AvailabilityHandle",
-    "CallError",
-    "ControlLine",
-    "DatapathDestination",
-    "DesiredScanSettings",
-    "Events",
-    "Faults",
-    "Fill",
-    "Fleet",
-    "Interlace",
-    "MinLines",
-    "Point",
-    "Rejected",
-    "ScanPatternStatus",
-    "Sensor",
-    "SensorHealthStatus",
-    "SensorSoftwareVersion",
-    "Snap",
-    "SystemMode",
-    "SystemModeCommand",
-    "Timeout",
-    "Unavailable",
-    "disable_logging",
-    "enable_logging",
-]
-
 class AvailabilityHandle:
     """A registered availability callback; close() ends it."""
 

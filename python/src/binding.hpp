@@ -2,6 +2,7 @@
 
 #include <pybind11/pybind11.h>
 
+#include <memory>
 #include <string>
 
 #include "call_reason.hpp"
@@ -24,6 +25,8 @@ py::object toPython(const types::AchievedScanSettings& value);
 py::object toPython(const types::SensorHealthStatus& value);
 py::object toPython(const types::SensorSoftwareVersion& value);
 py::object toPython(const types::DatapathDestinationInfo& value);
+/// The scan datum's elevation in degrees, as a float.
+py::object toPython(const types::ScanDatum& value);
 py::object toPython(types::SystemModeStatus value);
 py::object toPython(types::ScanPatternCommandStatus value);
 types::DesiredScanSettings desiredScanSettingsFrom(const py::handle& value);
@@ -42,6 +45,19 @@ types::DatapathDestinationInfo datapathDestinationFrom(const std::string& ip, in
 /// pybind11's).
 inline py::metaclass plainMetaclass() {
   return py::metaclass(reinterpret_cast<PyObject*>(&PyType_Type));
+}
+
+/// Drops `owned` with the interpreter lock released when this thread holds it: the last reference to a
+/// client or a transport stops the transport's threads, which may be waiting for that lock (a log line
+/// bound for Python logging, an availability callback).
+template <typename T>
+void dropWithoutInterpreterLock(std::shared_ptr<T>& owned) {
+  if (PyGILState_Check() != 0 && _Py_IsFinalizing() == 0) {
+    py::gil_scoped_release release;
+    owned.reset();
+  } else {
+    owned.reset();
+  }
 }
 
 void bindSensor(py::module_& module);

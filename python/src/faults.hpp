@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
 #include "binding.hpp"
 #include "simulator/simulated_fleet.hpp"
@@ -12,6 +13,11 @@ namespace kov::python {
 class Faults {
  public:
   explicit Faults(std::shared_ptr<kov::tools::simulator::SimulatedFleet> fleet) : fleet_(std::move(fleet)) {}
+  ~Faults() { dropWithoutInterpreterLock(fleet_); }
+  Faults(const Faults&) = default;
+  Faults& operator=(const Faults&) = default;
+  Faults(Faults&&) = default;
+  Faults& operator=(Faults&&) = default;
 
   kov::tools::simulator::SimulatedFleet& fleet() const { return *fleet_; }
 

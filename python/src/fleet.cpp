@@ -98,6 +98,9 @@ Fleet::~Fleet() {
     py::gil_scoped_acquire acquire;
     close();
   }
+  bundle_.endpointOf = nullptr;
+  dropWithoutInterpreterLock(bundle_.simulator);
+  dropWithoutInterpreterLock(bundle_.transport);
 }
 
 void Fleet::start() {

@@ -16,6 +16,35 @@ using kov::common::log::ILogger;
 using kov::common::log::LogData;
 using kov::common::log::LogLevel;
 
+/// Each library level and the Python logging level it becomes.
+struct LevelPair {
+  LogLevel library;
+  int python;
+};
+constexpr LevelPair LEVELS[] = {{LogLevel::TRACE, 5}, {LogLevel::DEBUG, 10}, {LogLevel::INFO, 20},
+                                {LogLevel::WARN, 30}, {LogLevel::ERROR, 40}, {LogLevel::FATAL, 50}};
+
+int pythonLevel(LogLevel level) {
+  for (const auto& pair : LEVELS) {
+    if (pair.library == level) {
+      return pair.python;
+    }
+  }
+  return 40;
+}
+
+/// The library drops records whose level is not above the discard level: Python's `level` passes itself
+/// and everything more severe, so the discard level is the most severe library level below it.
+LogLevel discardLevelFor(int level) {
+  auto discard = static_cast<LogLevel>(0);
+  for (const auto& pair : LEVELS) {
+    if (pair.python < level) {
+      discard = pair.library;
+    }
+  }
+  return discard;
+}
+
 /// The logger that the library's records reach (behind the FailureReasons that collects the reasons of
 /// failed calls): either the logger it replaced (standard error) or, after enable_logging(), Python's
 /// logger "kov_vesk". Records come from any thread; sending one to Python takes the interpreter lock,
@@ -69,50 +98,11 @@ class PythonLogBridge final : public ILogger {
   }
 
  private:
-  static int pythonLevel(LogLevel level) {
-    switch (level) {
-      case LogLevel::TRACE:
-        return 5;
-      case LogLevel::DEBUG:
-        return 10;
-      case LogLevel::INFO:
-        return 20;
-      case LogLevel::WARN:
-        return 30;
-      case LogLevel::ERROR:
-        return 40;
-      case LogLevel::FATAL:
-        return 50;
-    }
-    return 40;
-  }
-
   std::shared_ptr<ILogger> original_;
   std::atomic<bool> toPython_{false};
 };
 
 std::shared_ptr<PythonLogBridge> bridge;
-
-/// The library drops records whose level is not above the discard level: Python's `level` passes itself
-/// and everything more severe.
-LogLevel discardLevelFor(int level) {
-  if (level <= 5) {
-    return static_cast<LogLevel>(0);
-  }
-  if (level <= 10) {
-    return LogLevel::TRACE;
-  }
-  if (level <= 20) {
-    return LogLevel::DEBUG;
-  }
-  if (level <= 30) {
-    return LogLevel::INFO;
-  }
-  if (level <= 40) {
-    return LogLevel::WARN;
-  }
-  return level <= 50 ? LogLevel::ERROR : LogLevel::FATAL;
-}
 
 }  // namespace
 

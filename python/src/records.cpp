@@ -82,6 +82,10 @@ py::object toPython(const types::DatapathDestinationInfo& value) {
   return recordClass("DatapathDestination")(value.ipAddress, value.port);
 }
 
+py::object toPython(const types::ScanDatum& value) {
+  return py::float_(value.elevation);
+}
+
 py::object toPython(types::SystemModeStatus value) {
   return enumValue("SystemMode", value);
 }

@@ -52,6 +52,15 @@ void bindEvents(py::module_& module) {
           "The scan pattern command status event (ScanPatternStatus).");
 }
 
+using SensorClass = py::class_<Sensor, std::shared_ptr<Sensor>>;
+
+/// Binds one getter of the client as a method that returns the Python record.
+template <typename Record>
+void defGetter(SensorClass& sensor, const char* name, bool (IClientA::*get)(Record&) const, const char* doc) {
+  sensor.def(
+      name, [get](const Sensor& self) { return toPython(self.get(get)); }, doc);
+}
+
 }  // namespace
 
 Sensor::Sensor(std::shared_ptr<ISensorControl::IClient> client,
@@ -59,11 +68,8 @@ Sensor::Sensor(std::shared_ptr<ISensorControl::IClient> client,
     : id_(client->getSensorId()), client_(std::move(client)), control_(std::move(control)) {}
 
 Sensor::~Sensor() {
-  if (PyGILState_Check() != 0 && _Py_IsFinalizing() == 0) {
-    py::gil_scoped_release release;
-    control_.reset();
-    client_.reset();
-  }
+  control_.reset();
+  dropWithoutInterpreterLock(client_);
 }
 
 std::unordered_map<std::uint16_t, bool> Sensor::services() const {
@@ -74,77 +80,66 @@ std::unordered_map<std::uint16_t, bool> Sensor::services() const {
 void bindSensor(py::module_& module) {
   bindEvents(module);
   using Self = Sensor;
-  py::class_<Sensor, std::shared_ptr<Sensor>>(
-      module, "Sensor", plainMetaclass(),
-      "One sensor: a method per operation of the sensor, each blocking until the sensor answered (the "
-      "interpreter lock is released meanwhile). Failures raise CallError or one of its subclasses; "
-      "values the library refuses raise ValueError before anything is sent.")
-      .def_property_readonly("id", &Sensor::id, "The sensor id (its SOME/IP instance id).")
-      .def_property_readonly("services", &Sensor::services,
-                             "Dict of service id to availability (bool) of the sensor's services.")
-      .def_property_readonly(
-          "events", [](const std::shared_ptr<Sensor>& self) { return Events(self); },
-          "The sensor's latest event values (Events).")
-      .def(
-          "get_system_mode",
-          [](const Self& self) { return toPython(self.get(&IClientA::getSystemModeStatus)); },
-          "The sensor's system mode (SystemMode).")
-      .def(
-          "set_system_mode",
-          [](Self& self, const py::object& command) {
-            self.set(&IClientA::setSystemMode, systemModeCommandFrom(command));
-          },
-          py::arg("command"), "Asks the sensor to enter a mode (SystemModeCommand).")
-      .def(
-          "get_desired_scan_settings",
-          [](const Self& self) { return toPython(self.get(&IClientA::getDesiredScanSettings)); },
-          "The scan settings asked for (DesiredScanSettings).")
-      .def(
-          "set_desired_scan_settings",
-          [](Self& self, const py::object& settings) {
-            self.set(&IClientA::setDesiredScanSettings, desiredScanSettingsFrom(settings));
-          },
-          py::arg("settings"), "Asks for scan settings (DesiredScanSettings).")
-      .def(
-          "get_achieved_scan_settings",
-          [](const Self& self) { return toPython(self.get(&IClientA::getAchievedScanSettings)); },
-          "The scan settings the sensor achieves (AchievedScanSettings).")
-      .def(
-          "get_scan_datum", [](const Self& self) { return self.get(&IClientA::getScanDatum).elevation; },
-          "The scan datum elevation in degrees (float).")
-      .def(
-          "set_scan_datum",
-          [](Self& self, double degrees) { self.set(&IClientA::setScanDatum, scanDatumFrom(degrees)); },
-          py::arg("degrees"), "Sets the scan datum elevation in degrees (the library accepts -18 to 10).")
-      .def(
-          "set_scan_pattern",
-          [](Self& self, const py::iterable& commands) {
-            self.set(&IClientA::setScanPattern, scanPatternFrom(commands));
-          },
-          py::arg("commands"), "Sends a scan pattern: up to 88 commands (Point, Snap, MinLines).")
-      .def(
-          "get_scan_pattern_status",
-          [](const Self& self) { return toPython(self.get(&IClientA::getScanPatternCommandStatus)); },
-          "The outcome of the last scan pattern (ScanPatternStatus).")
-      .def(
-          "get_software_version",
-          [](const Self& self) { return toPython(self.get(&IClientA::getSensorSoftwareVersion)); },
-          "The sensor's software version texts (SensorSoftwareVersion).")
-      .def(
-          "get_datapath_destination",
-          [](const Self& self) { return toPython(self.get(&IClientA::getDatapathDestinationInfo)); },
-          "Where the sensor sends its data (DatapathDestination).")
-      .def(
-          "set_datapath_destination",
-          [](Self& self, const std::string& ip, int port) {
-            self.set(&IClientA::setDatapathDestinationInfo, datapathDestinationFrom(ip, port));
-          },
-          py::arg("ip"), py::arg("port"), "Sets where the sensor sends its data: IPv4 address and UDP port.")
-      .def("__repr__", [](const Self& self) {
-        char text[32];
-        std::snprintf(text, sizeof(text), "Sensor(0x%x)", static_cast<unsigned>(self.id()));
-        return std::string(text);
-      });
+  auto sensor =
+      py::class_<Sensor, std::shared_ptr<Sensor>>(
+          module, "Sensor", plainMetaclass(),
+          "One sensor: a method per operation of the sensor, each blocking until the sensor answered (the "
+          "interpreter lock is released meanwhile). Failures raise CallError or one of its subclasses; "
+          "values the library refuses raise ValueError before anything is sent.")
+          .def_property_readonly("id", &Sensor::id, "The sensor id (its SOME/IP instance id).")
+          .def_property_readonly("services", &Sensor::services,
+                                 "Dict of service id to availability (bool) of the sensor's services.")
+          .def_property_readonly(
+              "events", [](const std::shared_ptr<Sensor>& self) { return Events(self); },
+              "The sensor's latest event values (Events).")
+          .def(
+              "set_system_mode",
+              [](Self& self, const py::object& command) {
+                self.set(&IClientA::setSystemMode, systemModeCommandFrom(command));
+              },
+              py::arg("command"), "Asks the sensor to enter a mode (SystemModeCommand).")
+          .def(
+              "set_desired_scan_settings",
+              [](Self& self, const py::object& settings) {
+                self.set(&IClientA::setDesiredScanSettings, desiredScanSettingsFrom(settings));
+              },
+              py::arg("settings"), "Asks for scan settings (DesiredScanSettings).")
+          .def(
+              "set_scan_datum",
+              [](Self& self, double degrees) { self.set(&IClientA::setScanDatum, scanDatumFrom(degrees)); },
+              py::arg("degrees"), "Sets the scan datum elevation in degrees (the library accepts -18 to 10).")
+          .def(
+              "set_scan_pattern",
+              [](Self& self, const py::iterable& commands) {
+                self.set(&IClientA::setScanPattern, scanPatternFrom(commands));
+              },
+              py::arg("commands"), "Sends a scan pattern: up to 88 commands (Point, Snap, MinLines).")
+          .def(
+              "set_datapath_destination",
+              [](Self& self, const std::string& ip, int port) {
+                self.set(&IClientA::setDatapathDestinationInfo, datapathDestinationFrom(ip, port));
+              },
+              py::arg("ip"), py::arg("port"),
+              "Sets where the sensor sends its data: IPv4 address and UDP port.")
+          .def("__repr__", [](const Self& self) {
+            char text[32];
+            std::snprintf(text, sizeof(text), "Sensor(0x%x)", static_cast<unsigned>(self.id()));
+            return std::string(text);
+          });
+  defGetter(sensor, "get_system_mode", &IClientA::getSystemModeStatus,
+            "The sensor's system mode (SystemMode).");
+  defGetter(sensor, "get_desired_scan_settings", &IClientA::getDesiredScanSettings,
+            "The scan settings asked for (DesiredScanSettings).");
+  defGetter(sensor, "get_achieved_scan_settings", &IClientA::getAchievedScanSettings,
+            "The scan settings the sensor achieves (AchievedScanSettings).");
+  defGetter(sensor, "get_scan_datum", &IClientA::getScanDatum,
+            "The scan datum elevation in degrees (float).");
+  defGetter(sensor, "get_scan_pattern_status", &IClientA::getScanPatternCommandStatus,
+            "The outcome of the last scan pattern (ScanPatternStatus).");
+  defGetter(sensor, "get_software_version", &IClientA::getSensorSoftwareVersion,
+            "The sensor's software version texts (SensorSoftwareVersion).");
+  defGetter(sensor, "get_datapath_destination", &IClientA::getDatapathDestinationInfo,
+            "Where the sensor sends its data (DatapathDestination).");
 }
 
 }  // namespace kov::python

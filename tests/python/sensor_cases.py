@@ -4,34 +4,22 @@ import time
 
 import pytest
 
-from kov_vesk import (
-    ControlLine,
-    DatapathDestination,
-    DesiredScanSettings,
-    Fill,
-    Interlace,
-    MinLines,
-    Point,
-    ScanPatternStatus,
-    Snap,
-    SystemMode,
-    SystemModeCommand,
-)
+import kov_vesk as kv
 
 # setter name, its arguments, getter name, what the getter returns afterwards.
 ROUND_TRIPS = [
-    ("set_desired_scan_settings", (DesiredScanSettings(25.0, Interlace.INTERLACE_4, ControlLine.LINE_1, Fill.FILL_ON),),
-     "get_desired_scan_settings", DesiredScanSettings(25.0, Interlace(3), ControlLine(1), Fill(1))),
-    ("set_desired_scan_settings", (DesiredScanSettings(1, 0, 0, 0),),
-     "get_desired_scan_settings", DesiredScanSettings(1.0, Interlace.NONE, ControlLine.LINE_0, Fill.FILL_OFF)),
+    ("set_desired_scan_settings", (kv.DesiredScanSettings(25.0, kv.Interlace.INTERLACE_4, kv.ControlLine.LINE_1, kv.Fill.FILL_ON),),
+     "get_desired_scan_settings", kv.DesiredScanSettings(25.0, kv.Interlace(3), kv.ControlLine(1), kv.Fill(1))),
+    ("set_desired_scan_settings", (kv.DesiredScanSettings(1, 0, 0, 0),),
+     "get_desired_scan_settings", kv.DesiredScanSettings(1.0, kv.Interlace.NONE, kv.ControlLine.LINE_0, kv.Fill.FILL_OFF)),
     ("set_scan_datum", (-7.25,), "get_scan_datum", pytest.approx(-7.25, abs=1e-4)),
     ("set_scan_datum", (10,), "get_scan_datum", pytest.approx(10.0, abs=1e-4)),
     ("set_datapath_destination", ("127.0.0.5", 4000), "get_datapath_destination",
-     DatapathDestination("127.0.0.5", 4000)),
+     kv.DatapathDestination("127.0.0.5", 4000)),
     ("set_datapath_destination", ("239.1.2.3", 65535), "get_datapath_destination",
-     DatapathDestination(ip="239.1.2.3", port=65535)),
-    ("set_scan_pattern", ([Point(-90, -18, 255), Snap(), MinLines(3), Point(90, 10)],),
-     "get_scan_pattern_status", ScanPatternStatus.ACCEPTED),
+     kv.DatapathDestination(ip="239.1.2.3", port=65535)),
+    ("set_scan_pattern", ([kv.Point(-90, -18, 255), kv.Snap(), kv.MinLines(3), kv.Point(90, 10)],),
+     "get_scan_pattern_status", kv.ScanPatternStatus.ACCEPTED),
 ]
 
 # The simulated sensors' software version texts, ISO 8859-1 on the wire (sensor 0x10).
@@ -42,7 +30,7 @@ SOFTWARE_VERSION_TEXTS = (
     "serial VSK-0010 \u00b7 M\u00fcnchen",
 )
 
-DEFAULT_DESIRED = DesiredScanSettings(10.0, Interlace.NONE, ControlLine.LINE_0, Fill.FILL_OFF)
+DEFAULT_DESIRED = kv.DesiredScanSettings(10.0, kv.Interlace.NONE, kv.ControlLine.LINE_0, kv.Fill.FILL_OFF)
 
 
 def wait_until(predicate, timeout=3.0, what="condition"):
@@ -72,12 +60,12 @@ def wait_for_mode(sensor, command, mode):
 
 def check_mode_and_events(sensor):
     """Scanning (where the achieved settings follow the desired ones), then standby."""
-    wait_for_mode(sensor, SystemModeCommand.SCANNING, SystemMode.SCANNING)
-    sensor.set_desired_scan_settings(DesiredScanSettings(12.0, Interlace.NONE, ControlLine.LINE_0, Fill.FILL_OFF))
+    wait_for_mode(sensor, kv.SystemModeCommand.SCANNING, kv.SystemMode.SCANNING)
+    sensor.set_desired_scan_settings(kv.DesiredScanSettings(12.0, kv.Interlace.NONE, kv.ControlLine.LINE_0, kv.Fill.FILL_OFF))
     wait_until(lambda: sensor.events.achieved_scan_settings.value1 == 12.0, what="achieved frame rate 12")
     assert sensor.get_achieved_scan_settings() == sensor.events.achieved_scan_settings
     sensor.set_scan_datum(-3.5)
     wait_until(lambda: sensor.events.scan_datum == pytest.approx(-3.5, abs=1e-4), what="events.scan_datum")
-    sensor.set_scan_pattern([Snap()])
-    wait_until(lambda: sensor.events.scan_pattern_status == ScanPatternStatus.ACCEPTED, what="pattern status")
-    wait_for_mode(sensor, SystemModeCommand.STANDBY, SystemMode.STANDBY)
+    sensor.set_scan_pattern([kv.Snap()])
+    wait_until(lambda: sensor.events.scan_pattern_status == kv.ScanPatternStatus.ACCEPTED, what="pattern status")
+    wait_for_mode(sensor, kv.SystemModeCommand.STANDBY, kv.SystemMode.STANDBY)
