@@ -61,6 +61,14 @@ void defGetter(SensorClass& sensor, const char* name, bool (IClientA::*get)(Reco
       name, [get](const Sensor& self) { return toPython(self.get(get)); }, doc);
 }
 
+/// Binds one setter of the client as a method whose arguments `from` converts into the library's record.
+template <typename Record, typename... Args, typename... Extra>
+void defSetter(SensorClass& sensor, const char* name, bool (IClientA::*set)(const Record&),
+               Record (*from)(Args...), const Extra&... extra) {
+  sensor.def(
+      name, [set, from](Sensor& self, Args... args) { self.set(set, from(args...)); }, extra...);
+}
+
 }  // namespace
 
 Sensor::Sensor(std::shared_ptr<ISensorControl::IClient> client,
@@ -92,40 +100,22 @@ void bindSensor(py::module_& module) {
           .def_property_readonly(
               "events", [](const std::shared_ptr<Sensor>& self) { return Events(self); },
               "The sensor's latest event values (Events).")
-          .def(
-              "set_system_mode",
-              [](Self& self, const py::object& command) {
-                self.set(&IClientA::setSystemMode, systemModeCommandFrom(command));
-              },
-              py::arg("command"), "Asks the sensor to enter a mode (SystemModeCommand).")
-          .def(
-              "set_desired_scan_settings",
-              [](Self& self, const py::object& settings) {
-                self.set(&IClientA::setDesiredScanSettings, desiredScanSettingsFrom(settings));
-              },
-              py::arg("settings"), "Asks for scan settings (DesiredScanSettings).")
-          .def(
-              "set_scan_datum",
-              [](Self& self, double degrees) { self.set(&IClientA::setScanDatum, scanDatumFrom(degrees)); },
-              py::arg("degrees"), "Sets the scan datum elevation in degrees (the library accepts -18 to 10).")
-          .def(
-              "set_scan_pattern",
-              [](Self& self, const py::iterable& commands) {
-                self.set(&IClientA::setScanPattern, scanPatternFrom(commands));
-              },
-              py::arg("commands"), "Sends a scan pattern: up to 88 commands (Point, Snap, MinLines).")
-          .def(
-              "set_datapath_destination",
-              [](Self& self, const std::string& ip, int port) {
-                self.set(&IClientA::setDatapathDestinationInfo, datapathDestinationFrom(ip, port));
-              },
-              py::arg("ip"), py::arg("port"),
-              "Sets where the sensor sends its data: IPv4 address and UDP port.")
           .def("__repr__", [](const Self& self) {
             char text[32];
             std::snprintf(text, sizeof(text), "Sensor(0x%x)", static_cast<unsigned>(self.id()));
             return std::string(text);
           });
+  defSetter(sensor, "set_system_mode", &IClientA::setSystemMode, &systemModeCommandFrom, py::arg("command"),
+            "Asks the sensor to enter a mode (SystemModeCommand).");
+  defSetter(sensor, "set_desired_scan_settings", &IClientA::setDesiredScanSettings, &desiredScanSettingsFrom,
+            py::arg("settings"), "Asks for scan settings (DesiredScanSettings).");
+  defSetter(sensor, "set_scan_datum", &IClientA::setScanDatum, &scanDatumFrom, py::arg("degrees"),
+            "Sets the scan datum elevation in degrees (the library accepts -18 to 10).");
+  defSetter(sensor, "set_scan_pattern", &IClientA::setScanPattern, &scanPatternFrom, py::arg("commands"),
+            "Sends a scan pattern: up to 88 commands (Point, Snap, MinLines).");
+  defSetter(sensor, "set_datapath_destination", &IClientA::setDatapathDestinationInfo,
+            &datapathDestinationFrom, py::arg("ip"), py::arg("port"),
+            "Sets where the sensor sends its data: IPv4 address and UDP port.");
   defGetter(sensor, "get_system_mode", &IClientA::getSystemModeStatus,
             "The sensor's system mode (SystemMode).");
   defGetter(sensor, "get_desired_scan_settings", &IClientA::getDesiredScanSettings,
