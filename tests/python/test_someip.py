@@ -12,6 +12,15 @@ from sensor_cases import SOFTWARE_VERSION_TEXTS, check_mode_and_events, check_ro
 DISCOVERY_TIMEOUT = 10.0
 
 
+def all_threads_stopped(pid):
+    """Whether every thread of process `pid` is stopped (state T): SIGSTOP takes effect asynchronously."""
+    states = []
+    for task in os.listdir("/proc/%d/task" % pid):
+        with open("/proc/%d/task/%s/stat" % (pid, task)) as stat:
+            states.append(stat.read().rpartition(")")[2].split()[0])
+    return all(state == "T" for state in states)
+
+
 def test_every_operation_and_event(sensord):
     with sensord.fleet() as fleet:
         assert fleet.wait_for_sensors(count=3, timeout=DISCOVERY_TIMEOUT) == [0x10, 0x11, 0x12]
@@ -33,6 +42,7 @@ def test_timeout_refusal_and_unavailable_sensor(sensord):
             sensor.set_scan_datum(11)
         os.kill(sensord.process.pid, signal.SIGSTOP)
         try:
+            wait_until(lambda: all_threads_stopped(sensord.process.pid), what="vesk-sensord stopped")
             with pytest.raises(Timeout) as raised:
                 sensor.get_scan_datum()
         finally:
