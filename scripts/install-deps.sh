@@ -11,6 +11,9 @@ packages+=(dpkg-dev file pkg-config help2man man-db doxygen python3)
 # The network tests: iproute2 (`ip netns` builds their hosts), tshark (decodes their capture), jq (reads
 # veskctl's and tshark's JSON).
 packages+=(iproute2 tshark jq)
+# The Python module kov_vesk: Debian's pybind11 and Python headers, its tests (pytest) and the check of
+# its type stubs (mypy's stubtest).
+packages+=(pybind11-dev python3-dev python3-pytest mypy)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")

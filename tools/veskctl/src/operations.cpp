@@ -1,38 +1,21 @@
 #include "operations.hpp"
 
 #include <sstream>
+#include <utility>
 
-#include "failure_reasons.hpp"
-#include "recording_transport.hpp"
-#include "result_texts.hpp"
+#include "call_reason.hpp"
 #include "value_parsers.hpp"
 
 namespace kov::tools::veskctl {
 
 namespace {
 
-/// Runs one library call and returns its result. When it failed, `reason` is what the library logged,
-/// followed by the meaning of the transport's result when the call reached the transport and failed
-/// there (the library logs only the bare number).
+/// Runs one library call and returns its result; `reason` says why it failed.
 template <typename Call>
 bool callWithReason(Call call, std::string& reason) {
-  FailureReasons::clear();
-  RecordingTransport::forgetLastCall();
-  const bool ok = call();
-  reason.clear();
-  if (ok) {
-    return true;
-  }
-  reason = FailureReasons::take();
-  const auto last = RecordingTransport::lastCall();
-  if (last && last->result != RecordingTransport::Result::Ok) {
-    const auto meaning = explainCallResult(last->transport, last->result);
-    reason = reason.empty() ? meaning : reason + " (" + meaning + ")";
-  }
-  if (reason.empty()) {
-    reason = "the library gave no reason";
-  }
-  return false;
+  auto outcome = runCall(call);
+  reason = std::move(outcome.reason);
+  return outcome.ok;
 }
 
 template <typename Record>

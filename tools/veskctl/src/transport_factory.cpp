@@ -33,6 +33,9 @@ TransportBundle makeTransport(const TransportOptions& options, std::string& erro
   }
   auto config = kov::tools::simulator::makeFleetConfig(options.sensors);
   config.legacySensor = options.legacySensor;
+  if (options.simulatedCallTimeout) {
+    config.callTimeout = *options.simulatedCallTimeout;
+  }
   if (!kov::tools::simulator::isValidFleetConfig(config, error)) {
     return bundle;
   }

@@ -41,6 +41,8 @@ struct TransportOptions {
   /// major version to ask for and accept (--major; any when not given).
   std::chrono::milliseconds callTimeout{1000};
   std::optional<std::uint8_t> major;
+  /// Simulated fleet: how long a call made to time out blocks (the fleet's own default when unset).
+  std::optional<std::chrono::milliseconds> simulatedCallTimeout;
 };
 
 /// The transport veskctl talks through. `simulator` is set only when the network is the simulated
