@@ -94,7 +94,8 @@ kov_deb_package(runtime libkov-drivers-lidar-vesk-control-interface0 libs
   "control library for VESK lidar sensors
 ${KOV_DEB_ABOUT}
 
-This package holds the shared library libkov_drivers_lidar_vesk_control_interface.")
+This package holds the shared library of the control library,
+libkov_drivers_lidar_vesk_control_interface.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${KOV_DEB_LDCONFIG_TRIGGER})
 set(_kov_runtime_components runtime)
 
