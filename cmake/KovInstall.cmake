@@ -2,9 +2,12 @@
 # the pkg-config files, the Debian packages and the API reference.
 #
 # Install components, one Debian package each (cmake/KovPackaging.cmake):
-#   runtime  the versioned shared libraries (.so.0, .so.0.1.0)
-#   dev      headers, the unversioned .so links, CMake package and pkg-config files
-#   tools    veskctl, vesk-sensord and their man pages (the default for programs, set in KovModule.cmake)
+#   runtime         the control library's versioned shared library (.so.0, .so.0.1.0)
+#   someip_runtime  the same for the SOME/IP transport library
+#   dev             headers, the unversioned .so links, CMake package and pkg-config files
+#   tools           veskctl, vesk-sensord and their man pages (the default for programs, KovModule.cmake)
+# Libraries, CMake package and pkg-config files go under CMAKE_INSTALL_LIBDIR, lib/<multiarch> on
+# Debian (set in the top CMakeLists.txt).
 include(CMakePackageConfigHelpers)
 
 set(KOV_PACKAGE kov_drivers_lidar_vesk_control_interface)
@@ -18,11 +21,12 @@ install(TARGETS ${KOV_PACKAGE}
   EXPORT ${KOV_PACKAGE}Targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
 
-# The SOME/IP transport: its own shared library in the same package (kov::kov_someip_transport).
+# The SOME/IP transport: its own shared library with its own SONAME, so its own runtime package, and
+# the same CMake package (kov::kov_someip_transport).
 if(TARGET kov_someip_transport)
   install(TARGETS kov_someip_transport
     EXPORT ${KOV_PACKAGE}Targets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT someip_runtime NAMELINK_COMPONENT dev
     INCLUDES DESTINATION ${KOV_INCLUDE_DIR})
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/transport/include/ DESTINATION ${KOV_INCLUDE_DIR} COMPONENT dev)
 endif()

@@ -10,6 +10,15 @@ if(KOV_SANITIZE)
   add_compile_options(-fsanitize=${_kov_sanitizers} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${_kov_sanitizers})
 endif()
+# The hardening of Debian's own packages (dpkg-buildflags): stack protector, a read-only relocation
+# table resolved at load time and, where the code is optimised and not instrumented (sanitizers,
+# fuzzers), the checked libc functions: _FORTIFY_SOURCE needs optimisation and gets in the way of the
+# sanitizers' own interceptors.
+add_compile_options(-fstack-protector-strong)
+add_link_options(LINKER:-z,relro LINKER:-z,now)
+if(NOT KOV_SANITIZE AND NOT KOV_BUILD_FUZZERS)
+  add_compile_definitions($<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+endif()
 
 # kov_add_module(<target> SOURCES <files...> [DEPENDS <targets...>])
 # Declares an object library with a public include/ folder and a private src/ folder.

@@ -5,9 +5,10 @@ set -euo pipefail
 # libclang-rt-14-dev holds libFuzzer and clang's sanitizer runtimes (the fuzz targets of the clang build).
 # libspdlog-dev is the peer of the logging benchmark; valgrind (callgrind) counts its instructions.
 packages=(cmake g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev libspdlog-dev valgrind)
-# Packaging and documentation: CPack's Debian packages (dpkg-dev, file), pkg-config, man pages
-# generated from --help (help2man, man-db), the API reference (doxygen), the demo's JSON check (python3).
-packages+=(dpkg-dev file pkg-config help2man man-db doxygen python3)
+# Packaging and documentation: CPack's Debian packages (dpkg-dev, file) and their check (lintian),
+# pkg-config, man pages generated from --help (help2man, man-db), the API reference (doxygen), the
+# demo's JSON check (python3).
+packages+=(dpkg-dev file lintian pkg-config help2man man-db doxygen python3)
 # The network tests: iproute2 (`ip netns` builds their hosts), tshark (decodes their capture), jq (reads
 # veskctl's and tshark's JSON).
 packages+=(iproute2 tshark jq)

@@ -40,18 +40,18 @@ TEST(Process, ForkedChildUsesItsOwnProcessId) {
     const bool ok = process::getIdOfCurrentProcess() == getpid() && getpid() != parent &&
                     logger.getString().rfind(wanted, 0) == 0;
     const char verdict = ok ? 'y' : 'n';
-    static_cast<void>(write(pipeEnds[1], &verdict, 1));
-    _exit(0);
+    _exit(write(pipeEnds[1], &verdict, 1) == 1 ? 0 : 1);
   }
   close(pipeEnds[1]);
   pollfd readable{pipeEnds[0], POLLIN, 0};
   char verdict = '?';
   if (poll(&readable, 1, 10000) == 1) {
-    static_cast<void>(read(pipeEnds[0], &verdict, 1));
+    EXPECT_EQ(read(pipeEnds[0], &verdict, 1), 1);
   }
   close(pipeEnds[0]);
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the child could not write its verdict";
   EXPECT_EQ(verdict, 'y');
   EXPECT_EQ(process::getIdOfCurrentProcess(), parent);
 }
