@@ -51,7 +51,7 @@ while read -r _ index goal limit libraryAllocations _ name; do
     BEGIN {
       ratio = l / r
       met = ratio <= g ? "met" : "MISSED"
-      printf "| %s | %.0f | %.0f | %.2fx | %.1fx %s | %.1fx | %.2f |\n", name, l / n, r / n, ratio, g, met, c, a
+      printf "| %s | %.0f | %.0f | %.2fx | %.1fx %s | %.2fx | %.2f |\n", name, l / n, r / n, ratio, g, met, c, a
       exit (ratio > c || a > 0) ? 1 : 0
     }')" && ok=1 || ok=0
   printf '%s\n' "$verdict"
