@@ -112,7 +112,7 @@ class LoopbackTest : public ::testing::Test {
   std::shared_ptr<someip::SomeIpTransport> client_;
 };
 
-TEST_F(LoopbackTest, MethodCallsReturnTheAnswerOrADistinctFailure) {
+TEST_F(LoopbackTest, MethodCallsReturnTheirOwnAnswerOrADistinctFailure) {
   const std::uint8_t request[3] = {1, 2, 3};
   std::uint8_t response[3] = {};
   EXPECT_EQ(client_->callMethod(SCAN, 1, request, 3, response, 3), someip::Result::Ok);
@@ -140,21 +140,16 @@ TEST_F(LoopbackTest, MethodCallsReturnTheAnswerOrADistinctFailure) {
   EXPECT_EQ(client_->callMethod(SCAN, 1, request, 3, response, 3), someip::Result::Ok);
   EXPECT_EQ(response[0], 3);
 
-  // Disconnecting the server withdraws its offers.
-  server_->disconnect();
-  EXPECT_EQ(availability_.waitFor("+16 -16 "), "+16 -16 ");
-}
-
-TEST_F(LoopbackTest, ConcurrentCallsEachGetTheirOwnResponse) {
+  // Concurrent calls each get their own response.
   std::atomic<int> wrong{0};
   std::vector<std::thread> callers;
   for (std::uint8_t t = 0; t < 4; ++t) {
     callers.emplace_back([this, t, &wrong] {
       for (std::uint8_t i = 0; i < 50; ++i) {
-        const std::uint8_t request[2] = {t, i};
-        std::uint8_t response[2] = {};
-        if (client_->callMethod(SCAN, 1, request, 2, response, 2) != someip::Result::Ok || response[0] != i ||
-            response[1] != t) {
+        const std::uint8_t mine[2] = {t, i};
+        std::uint8_t answer[2] = {};
+        if (client_->callMethod(SCAN, 1, mine, 2, answer, 2) != someip::Result::Ok || answer[0] != i ||
+            answer[1] != t) {
           ++wrong;
         }
       }
@@ -164,6 +159,10 @@ TEST_F(LoopbackTest, ConcurrentCallsEachGetTheirOwnResponse) {
     caller.join();
   }
   EXPECT_EQ(wrong.load(), 0);
+
+  // Disconnecting the server withdraws its offers.
+  server_->disconnect();
+  EXPECT_EQ(availability_.waitFor("+16 -16 "), "+16 -16 ");
 }
 
 TEST_F(LoopbackTest, EventsReachTheSubscriberUntilUnsubscribeReturns) {
@@ -190,17 +189,6 @@ TEST_F(LoopbackTest, EventsReachTheSubscriberUntilUnsubscribeReturns) {
     ASSERT_TRUE(arrived.wait_for(lock, WAIT, [&] { return !events.empty(); })) << "initial value missing";
     EXPECT_EQ(events[0], (std::pair<std::uint16_t, std::vector<std::uint8_t>>{1, {0x10, 0x20}}));
   }
-  // Event 2 is in the group but not subscribed to: not delivered. Event 1 is.
-  const std::uint8_t other[1] = {0x77};
-  const std::uint8_t next[1] = {0x55};
-  ASSERT_TRUE(server_->notifyEvent(SCAN, 2, other, 1));
-  ASSERT_TRUE(server_->notifyEvent(SCAN, 1, next, 1));
-  {
-    std::unique_lock<std::mutex> lock(mutex);
-    ASSERT_TRUE(arrived.wait_for(lock, WAIT, [&] { return events.size() >= 2; }));
-    EXPECT_EQ(events[1], (std::pair<std::uint16_t, std::vector<std::uint8_t>>{1, {0x55}}));
-  }
-
   // A stream of events while unsubscribing: nothing runs after unsubscribeEvents returned.
   std::atomic<bool> stop{false};
   std::thread publisher([&] {
