@@ -7,21 +7,15 @@
 #include <vector>
 
 #include "someip/message.hpp"
+#include "wire_bytes.hpp"
 
 namespace {
 
 using namespace kov::platform::networking::someip;
 using Bytes = std::vector<std::uint8_t>;
+using kov::test::wire::concat;
 
 constexpr std::size_t UNTOUCHED = 0xC0FFEE;
-
-Bytes concat(std::initializer_list<Bytes> parts) {
-  Bytes all;
-  for (const auto& part : parts) {
-    all.insert(all.end(), part.begin(), part.end());
-  }
-  return all;
-}
 
 MessageHeader headerOf(std::uint16_t service, std::uint16_t method, std::uint16_t client,
                        std::uint16_t session, std::uint8_t interfaceVersion, MessageType type,

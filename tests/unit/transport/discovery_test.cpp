@@ -19,6 +19,7 @@ using namespace kov::platform::networking::someip::detail;
 using namespace std::chrono_literals;
 using Changes = std::vector<AvailabilityChange>;
 using kov::test::fieldsOf;
+using kov::test::sdEntry;
 using kov::test::udpOption;
 
 const Clock::time_point T0{std::chrono::hours(1)};
@@ -44,8 +45,8 @@ std::chrono::milliseconds fixedInitialDelay() {
 
 SdEntry offerEntry(const Address& address, std::uint32_t ttl, const Endpoint& endpoint,
                    std::uint8_t protocol = L4_PROTOCOL_UDP, std::uint8_t major = 0) {
-  return {SdEntryType::OFFER_SERVICE,     address.serviceId, address.instanceId, major, ttl, 0, 0, 0,
-          {udpOption(endpoint, protocol)}};
+  return sdEntry(SdEntryType::OFFER_SERVICE, address.serviceId, address.instanceId, major, ttl, 0, 0, 0,
+                 {udpOption(endpoint, protocol)});
 }
 
 std::string text(const Changes& changes) {
@@ -92,7 +93,7 @@ TEST(DiscoveryClient, FindsAfterTheInitialWaitThenRepeatsWithDoublingDelaysThenS
   for (const auto& find : sent) {
     EXPECT_TRUE(find.multicast);
     EXPECT_EQ(fieldsOf(find.entry),
-              fieldsOf({SdEntryType::FIND_SERVICE, 0x1234, 0xFFFF, 0xFF, 3, 0xFFFFFFFF, 0, 0, {}}));
+              fieldsOf(sdEntry(SdEntryType::FIND_SERVICE, 0x1234, 0xFFFF, 0xFF, 3, 0xFFFFFFFF)));
   }
 
   // A required major version is asked for, and offers of other majors are ignored.
@@ -277,8 +278,8 @@ TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclically) {
   ASSERT_EQ(sent.size(), 7U);
   for (const auto& offer : sent) {
     EXPECT_TRUE(offer.multicast);
-    EXPECT_EQ(fieldsOf(offer.entry),
-              fieldsOf({SdEntryType::OFFER_SERVICE, 0x1234, 0x0010, 1, 3, 7, 0, 0, {udpOption(ENDPOINT_A)}}));
+    EXPECT_EQ(fieldsOf(offer.entry), fieldsOf(sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, 0x0010, 1, 3, 7, 0,
+                                                      0, {udpOption(ENDPOINT_A)})));
   }
 
   // StopOffer withdraws the instance at once (TTL 0, multicast); stopAll withdraws the rest.
@@ -289,8 +290,8 @@ TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclically) {
   EXPECT_FALSE(server.stopOffer(SERVICE_10, out));
   ASSERT_EQ(out.size(), 1U);
   EXPECT_TRUE(out[0].multicast);
-  EXPECT_EQ(fieldsOf(out[0].entry),
-            fieldsOf({SdEntryType::OFFER_SERVICE, 0x1234, 0x0010, 1, 0, 7, 0, 0, {udpOption(ENDPOINT_A)}}));
+  EXPECT_EQ(fieldsOf(out[0].entry), fieldsOf(sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, 0x0010, 1, 0, 7, 0,
+                                                     0, {udpOption(ENDPOINT_A)})));
   EXPECT_FALSE(server.isOffered(SERVICE_10));
   out.clear();
   server.stopAll(out);
@@ -326,20 +327,14 @@ TEST(DiscoveryServer, AnswersMatchingFindsToThePeer) {
   };
   for (const auto& c : cases) {
     SdOutbox out;
-    server.onFindEntry({SdEntryType::FIND_SERVICE, c.service, c.instance, c.major, 3, c.minor, 0, 0, {}},
-                       PEER_B, out);
+    server.onFindEntry(sdEntry(SdEntryType::FIND_SERVICE, c.service, c.instance, c.major, 3, c.minor), PEER_B,
+                       out);
     std::vector<std::uint16_t> answered;
     for (const auto& answer : out) {
       EXPECT_TRUE(!answer.multicast && answer.peerIp == PEER_B) << c.name;
-      EXPECT_EQ(fieldsOf(answer.entry), fieldsOf({SdEntryType::OFFER_SERVICE,
-                                                  0x1234,
-                                                  answer.entry.instanceId,
-                                                  1,
-                                                  3,
-                                                  7,
-                                                  0,
-                                                  0,
-                                                  {udpOption(ENDPOINT_A)}}))
+      EXPECT_EQ(fieldsOf(answer.entry),
+                fieldsOf(sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, answer.entry.instanceId, 1, 3, 7, 0, 0,
+                                 {udpOption(ENDPOINT_A)})))
           << c.name;
       answered.push_back(answer.entry.instanceId);
     }
@@ -358,15 +353,8 @@ TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
   const Endpoint subscriberB2{PEER_B, 40002};
   const auto subscribe = [](const Address& address, std::uint16_t eventgroup, std::uint32_t ttl,
                             std::uint8_t major, const std::vector<Endpoint>& endpoints) {
-    SdEntry entry{SdEntryType::SUBSCRIBE_EVENTGROUP,
-                  address.serviceId,
-                  address.instanceId,
-                  major,
-                  ttl,
-                  0,
-                  eventgroup,
-                  2,
-                  {}};
+    SdEntry entry = sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, address.serviceId, address.instanceId, major,
+                            ttl, 0, eventgroup, 2);
     for (const auto& endpoint : endpoints) {
       entry.options.push_back(udpOption(endpoint));
     }
@@ -395,15 +383,9 @@ TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
     server.onSubscribeEntry(c.at, PEER_B, c.entry, out, joined);
     ASSERT_EQ(out.size(), 1U) << c.name;
     EXPECT_TRUE(!out[0].multicast && out[0].peerIp == PEER_B) << c.name;
-    EXPECT_EQ(fieldsOf(out[0].entry), fieldsOf({SdEntryType::SUBSCRIBE_EVENTGROUP_ACK,
-                                                0x1234,
-                                                c.entry.instanceId,
-                                                c.entry.majorVersion,
-                                                c.answerTtl,
-                                                0,
-                                                c.entry.eventgroupId,
-                                                2,
-                                                {}}))
+    EXPECT_EQ(fieldsOf(out[0].entry),
+              fieldsOf(sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234, c.entry.instanceId,
+                               c.entry.majorVersion, c.answerTtl, 0, c.entry.eventgroupId, 2)))
         << c.name;
     ASSERT_EQ(joined.size(), c.joins ? 1U : 0U) << c.name;
     if (c.joins) {

@@ -10,20 +10,14 @@
 
 #include "sd_entries.hpp"
 #include "someip/sd_message.hpp"
+#include "wire_bytes.hpp"
 
 namespace {
 
 using namespace kov::platform::networking::someip;
 using Bytes = std::vector<std::uint8_t>;
 using kov::test::fieldsOf;
-
-Bytes concat(std::initializer_list<Bytes> parts) {
-  Bytes all;
-  for (const auto& part : parts) {
-    all.insert(all.end(), part.begin(), part.end());
-  }
-  return all;
-}
+using kov::test::wire::concat;
 
 SdOption option(SdOptionType type, std::uint32_t ip, std::uint16_t port,
                 std::uint8_t protocol = L4_PROTOCOL_UDP) {
@@ -45,24 +39,13 @@ const Bytes M_BYTES{0x00, 0x09, 0x14, 0x00, 0xEF, 0x00, 0x00, 0x01, 0x00, 0x11, 
 
 SdEntry serviceEntry(SdEntryType type, std::uint16_t service, std::uint16_t instance, std::uint8_t major,
                      std::uint32_t ttl, std::uint32_t minor, std::vector<SdOption> options = {}) {
-  SdEntry e;
-  e.type = type;
-  e.serviceId = service;
-  e.instanceId = instance;
-  e.majorVersion = major;
-  e.ttl = ttl;
-  e.minorVersion = minor;
-  e.options = std::move(options);
-  return e;
+  return kov::test::sdEntry(type, service, instance, major, ttl, minor, 0, 0, std::move(options));
 }
 
 SdEntry eventgroupEntry(SdEntryType type, std::uint16_t service, std::uint16_t instance, std::uint8_t major,
                         std::uint32_t ttl, std::uint8_t counter, std::uint16_t eventgroup,
                         std::vector<SdOption> options = {}) {
-  SdEntry e = serviceEntry(type, service, instance, major, ttl, 0, std::move(options));
-  e.counter = counter;
-  e.eventgroupId = eventgroup;
-  return e;
+  return kov::test::sdEntry(type, service, instance, major, ttl, 0, eventgroup, counter, std::move(options));
 }
 
 SdMessage messageOf(std::uint8_t flags, std::vector<SdEntry> entries) {

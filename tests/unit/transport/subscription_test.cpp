@@ -15,6 +15,9 @@ namespace {
 using namespace kov::platform::networking::someip;
 using namespace kov::platform::networking::someip::detail;
 using namespace std::chrono_literals;
+using kov::test::fieldsOf;
+using kov::test::sdEntry;
+using kov::test::udpOption;
 
 const Clock::time_point T0{std::chrono::hours(1)};
 constexpr std::uint32_t PEER_A = 0x7F000002;
@@ -40,15 +43,8 @@ RemoteOffer offerFrom(std::uint32_t peer, std::uint8_t major = 1) {
 }
 
 SdEntry answer(const Address& address, std::uint16_t eventgroup, std::uint32_t ttl, std::uint8_t major = 1) {
-  return {SdEntryType::SUBSCRIBE_EVENTGROUP_ACK,
-          address.serviceId,
-          address.instanceId,
-          major,
-          ttl,
-          0,
-          eventgroup,
-          0,
-          {}};
+  return sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, address.serviceId, address.instanceId, major, ttl, 0,
+                 eventgroup);
 }
 
 /// Checks that `out` holds exactly one (Stop)SubscribeEventgroup of `address`, event group 1, to `peer`.
@@ -56,15 +52,9 @@ void expectSubscribe(const SdOutbox& out, const Address& address, std::uint32_t 
                      std::uint8_t major = 1) {
   ASSERT_EQ(out.size(), 1U);
   EXPECT_TRUE(!out[0].multicast && out[0].peerIp == peer);
-  EXPECT_EQ(kov::test::fieldsOf(out[0].entry), kov::test::fieldsOf({SdEntryType::SUBSCRIBE_EVENTGROUP,
-                                                                    address.serviceId,
-                                                                    address.instanceId,
-                                                                    major,
-                                                                    ttl,
-                                                                    0,
-                                                                    1,
-                                                                    0,
-                                                                    {kov::test::udpOption(OWN)}}));
+  EXPECT_EQ(fieldsOf(out[0].entry),
+            fieldsOf(sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, address.serviceId, address.instanceId, major,
+                             ttl, 0, 1, 0, {udpOption(OWN)})));
 }
 
 TEST(EventSubscriptions, SubscribesWhenOfferedAndRenewsAtHalfTheTtl) {
