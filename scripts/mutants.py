@@ -171,8 +171,7 @@ FAULTS = [
     dict(name="tool-result-code-range", file="tools/veskctl/src/result_texts.cpp",
          find="if (returnCode >= 0x01 && returnCode <= 0x0a) {", replace="if (returnCode >= 0x01 && returnCode <= 0x09) {"),
     dict(name="tool-sim-frame-rate-max", file="tools/simulator/src/simulated_sensor.cpp",
-         find="settings.frameRate <= 30.0F)) {", replace="settings.frameRate <= 31.0F)) {",
-         why="the client refuses the same range before a request leaves it; only a raw request reaches this"),
+         find="settings.frameRate <= 30.0F)) {", replace="settings.frameRate <= 31.0F)) {"),
     dict(name="tool-sim-mode-change-late", file="tools/simulator/src/mode_sequencer.cpp",
          find="while (nextChange_ && *nextChange_ <= now) {", replace="while (nextChange_ && *nextChange_ < now) {"),
 ]

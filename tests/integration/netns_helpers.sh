@@ -48,13 +48,43 @@ remove_netns() {
   ip netns del "$ns" 2>/dev/null || true
 }
 
-# The two programs every network test takes: sets $sensord and $veskctl, then checks for root and
-# `ip netns`.
+# The two programs every network test takes: sets $sensord and $veskctl, then checks for root,
+# `ip netns` and jq.
 take_programs() {
   (($# == 2)) || fail "usage: $0 <vesk-sensord> <veskctl>"
   sensord="$(realpath "$1")"
   veskctl="$(realpath "$2")"
   require_netns
+  command -v jq >/dev/null || skip "jq is not installed (scripts/install-deps.sh installs it)"
+}
+
+# Makes the work folder and namespace $1 (in $ns) with its loopback up, both removed on exit.
+loopback_netns() {
+  ns=$1
+  test_namespaces=("$ns")
+  clean_up_on_exit
+  ip netns add "$ns" || skip "cannot create network namespace $ns"
+  ip -n "$ns" link set lo up
+}
+
+nsx() { ip netns exec "$ns" "$@"; }
+
+# start_sensord NAMESPACE ADDRESS LOG [ARGS...]: vesk-sensord on ADDRESS in the background, its output
+# in $work/LOG and its pid in $sensord_pid once it says it serves.
+sensord_pid=""
+start_sensord() {
+  local ns=$1 address=$2 log=$3
+  shift 3
+  # Not through a function, so that $! is the daemon itself (ip netns exec execs it).
+  ip netns exec "$ns" "$sensord" --unicast "$address" "$@" > "$work/$log" 2>&1 &
+  sensord_pid=$!
+  wait_for_text "$work/$log" "on $address" 5000 || fail "vesk-sensord on $address did not start serving within 5 s"
+}
+
+# Ends vesk-sensord $1 with SIGTERM; it must exit with status 0 within 5 s.
+stop_sensord() {
+  kill -TERM "$1"
+  wait_exit "$1" 5000 && [[ "$exit_status" == 0 ]] || fail "vesk-sensord did not end cleanly on SIGTERM ($exit_status)"
 }
 
 # Makes the test's work folder ($work) and, on exit, removes the namespaces listed in the array

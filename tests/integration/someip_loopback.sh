@@ -11,21 +11,13 @@ here="$(cd "$(dirname "$0")" && pwd)"
 source "$here/netns_helpers.sh"
 
 take_programs "$@"
-command -v jq >/dev/null || skip "jq is not installed (scripts/install-deps.sh installs it)"
 
 readonly SENSOR=127.0.0.2 WATCHER=127.0.0.3 CALLER=127.0.0.4
 readonly SENSORS=2 PAIRS=6 TTL=2
-ns="kovtest-$$"
-daemon_pid="" generation=0
-
-test_namespaces=("$ns")
-clean_up_on_exit
-
-ip netns add "$ns" || skip "cannot create network namespace $ns"
-nsx() { ip netns exec "$ns" "$@"; }
+generation=0
 # Only lo, up, and no routes: as on a user's machine, nothing else is needed, since every SOME/IP
 # participant sends its SD multicast out of the interface of its own address.
-nsx ip link set lo up
+loopback_netns "kovtest-$$"
 
 # Another SOME/IP program runs on the host before ours start, holding the SD port on the wildcard
 # address and on its own address with address reuse, as widely used stacks do. Ours must start beside
@@ -46,12 +38,7 @@ ctl() {
 
 start_daemon() {
   generation=$((generation + 1))
-  # Started without the nsx function, so that $! is the daemon itself (ip netns exec execs it).
-  ip netns exec "$ns" "$sensord" --unicast "$SENSOR" --sensors "$SENSORS" --offer-ttl "$TTL" \
-    > "$work/sensord$generation.out" 2> "$work/sensord$generation.err" &
-  daemon_pid=$!
-  wait_for_text "$work/sensord$generation.out" "vesk-sensord: $SENSORS sensors on $SENSOR" 5000 ||
-    fail "vesk-sensord ($generation) did not start serving within 5 s"
+  start_sensord "$ns" "$SENSOR" "sensord$generation.out" --sensors "$SENSORS" --offer-ttl "$TTL"
 }
 
 # `veskctl -v watch` for $2 seconds into $work/$1.out (timestamped) and $work/$1.err.
@@ -67,6 +54,28 @@ expect_value() {
   local got
   got="$(value_of "$1" "$2" "$3" "$4")"
   [[ "$got" == "$5" ]] || fail "sensor $1 $2$3: got '$got', expected '$5'"
+}
+
+# Runs `get ARGS...` (the last one an operation name) up to 25 times, 0.2 s apart, until the modes it
+# reads are the JSON array $1. A started or commanded sensor passes through INITIALIZING first.
+wait_modes() {
+  local want=$1 _
+  shift
+  for _ in $(seq 1 25); do
+    ctl "$CALLER" get "$@" > "$work/get_mode.out" 2> "$work/get_mode.err" || fail "veskctl get $* failed"
+    [[ "$(jq -s -c 'map(.value.mode)' "$work/get_mode.out")" == "$want" ]] && return 0
+    sleep 0.2
+  done
+  fail "get $* did not read the modes $want"
+}
+
+# Scan datum events of elevation $2 from both sensors in the watch output $1, stamped after $3.
+expect_datum_events() {
+  local sensor
+  for sensor in 16 17; do
+    wait_for_lines "$1" "\"sensor\":$sensor.*\"event\":\"scanDatum\",\"value\":\\{\"elevation\":$2\\}" 1 "$3" 3000 \
+      > /dev/null || fail "no scan datum event $2 of sensor $sensor in $(basename "$1")"
+  done
 }
 
 if command -v tshark >/dev/null; then
@@ -91,14 +100,7 @@ listed="$(jq -r -s --arg sensor "$SENSOR" 'map(select(.operation == "services") 
 [[ "$listed" =~ ^0x0010=[0-9]+,0x0011=[0-9]+$ ]] || fail "list did not show each sensor's endpoint on $SENSOR: $listed"
 
 step "every getter, defaults"
-# A started sensor passes through INITIALIZING to STANDBY; wait for that before reading the defaults.
-standby=""
-for _ in $(seq 1 25); do
-  ctl "$CALLER" get mode > "$work/get_mode.out" 2> "$work/get_mode.err" || fail "veskctl get mode failed"
-  [[ "$(jq -s -c 'map(.value.mode)' "$work/get_mode.out")" == '["STANDBY","STANDBY"]' ]] && { standby=yes; break; }
-  sleep 0.2
-done
-[[ -n "$standby" ]] || fail "the sensors did not reach STANDBY after the daemon started"
+wait_modes '["STANDBY","STANDBY"]' mode
 ctl "$CALLER" get all > "$work/get_defaults.out" 2> "$work/get_defaults.err" || fail "veskctl get all failed"
 (($(jq -s 'map(select(.ok)) | length' "$work/get_defaults.out") == 14)) || fail "get all: not 7 successful getters per sensor"
 for sensor in 16 17; do
@@ -130,13 +132,7 @@ expect_value 16 getDesiredScanSettings .frameRate "$work/get_after_set.out" 10
 expect_value 16 getScanDatum .elevation "$work/get_after_set.out" 0
 expect_value 16 getDatapathDestinationInfo .port "$work/get_after_set.out" 51016
 # The mode command runs through INITIALIZING to SCANNING in the daemon; a later run reads the result.
-scanning=""
-for _ in $(seq 1 25); do
-  ctl "$CALLER" get --sensor 0x11 mode > "$work/get_mode.out" 2> "$work/get_mode.err" || fail "veskctl get mode failed"
-  [[ "$(value_of 17 getSystemModeStatus .mode "$work/get_mode.out")" == SCANNING ]] && { scanning=yes; break; }
-  sleep 0.2
-done
-[[ -n "$scanning" ]] || fail "sensor 0x0011 did not reach SCANNING after set --mode scanning"
+wait_modes '["SCANNING"]' --sensor 0x11 mode
 for event in '"event":"scanDatum","value":\{"elevation":-4.5\}' '"event":"systemModeStatus","value":\{"mode":"SCANNING"\}' \
   '"event":"achievedScanSettings","value":\{"value1":20,' '"event":"sensorHealthStatus","value":\{"mode":"SCANNING".*"flag1":true'; do
   wait_for_lines "$work/events.out" "\"sensor\":17.*$event" 1 "$set_at" 3000 > /dev/null ||
@@ -157,11 +153,9 @@ echo "the neighbour heard $(grep -cx 224.224.224.245 "$work/neighbour.out") SD m
 
 step "SIGTERM: StopOffer makes the sensors unavailable at once"
 term_at=$(now_us)
-kill -TERM "$daemon_pid"
+stop_sensord "$sensord_pid"
 gone_at=$(wait_reported "$work/events.out" "$term_at" false "$PAIRS" 3000) ||
   fail "watch did not report every service unavailable within 3 s of SIGTERM"
-wait_exit "$daemon_pid" 5000 || fail "vesk-sensord did not exit within 5 s of SIGTERM"
-[[ "$exit_status" == 0 ]] || fail "vesk-sensord exited with $exit_status after SIGTERM, expected 0"
 grep -q "SIGTERM, withdrawing offers" "$work/sensord$generation.out" || fail "vesk-sensord did not say it withdrew its offers"
 term_ms=$(elapsed_ms "$term_at" "$gone_at")
 echo "unavailable ${term_ms} ms after SIGTERM"
@@ -173,8 +167,8 @@ start_daemon
 start_watch crashes 12
 wait_reported "$work/crashes.out" 0 true "$PAIRS" 5000 > /dev/null || fail "watch did not see every service available"
 kill_at=$(now_us)
-kill -KILL "$daemon_pid"
-wait_exit "$daemon_pid" 2000 || true
+kill -KILL "$sensord_pid"
+wait_exit "$sensord_pid" 2000 || true
 gone_at=$(wait_reported "$work/crashes.out" "$kill_at" false "$PAIRS" $((TTL * 1000 + 1500))) ||
   fail "watch did not report every service unavailable within the TTL (${TTL} s) + 1.5 s of SIGKILL"
 kill_ms=$(elapsed_ms "$kill_at" "$gone_at")
@@ -190,16 +184,13 @@ back_at=$(wait_reported "$work/crashes.out" "$restart_at" true "$PAIRS" 5000) ||
 echo "available again $(elapsed_ms "$restart_at" "$back_at") ms after the restart"
 set_at=$(now_us)
 ctl "$CALLER" set --datum 2.5 > "$work/set_restart.out" 2> "$work/set_restart.err" || fail "veskctl set --datum failed after the restart"
-for sensor in 16 17; do
-  wait_for_lines "$work/crashes.out" "\"sensor\":$sensor.*\"event\":\"scanDatum\",\"value\":\\{\"elevation\":2.5\\}" 1 "$set_at" 3000 \
-    > /dev/null || fail "no scan datum event of sensor $sensor after the restart"
-done
+expect_datum_events "$work/crashes.out" 2.5 "$set_at"
 
 step "crash and restart within the TTL: the reboot is detected"
 reboots_before=$(grep -c "SOME/IP-SD peer $SENSOR rebooted" "$work/crashes.err" || true)
 crash_at=$(now_us)
-kill -KILL "$daemon_pid"
-wait_exit "$daemon_pid" 2000 || true
+kill -KILL "$sensord_pid"
+wait_exit "$sensord_pid" 2000 || true
 start_daemon
 gone_at=$(wait_reported "$work/crashes.out" "$crash_at" false "$PAIRS" 3000 first) ||
   fail "the restarted daemon's reboot was not reported (services still available)"
@@ -212,16 +203,12 @@ back_at=$(wait_reported "$work/crashes.out" "$gone_at" true "$PAIRS" 5000) ||
   fail "watch did not see every service available again after the reboot"
 set_at=$(now_us)
 ctl "$CALLER" set --datum -1 > "$work/set_reboot.out" 2> "$work/set_reboot.err" || fail "veskctl set --datum failed after the reboot"
-for sensor in 16 17; do
-  wait_for_lines "$work/crashes.out" "\"sensor\":$sensor.*\"event\":\"scanDatum\",\"value\":\\{\"elevation\":-1\\}" 1 "$set_at" 3000 \
-    > /dev/null || fail "no scan datum event of sensor $sensor after the reboot"
-done
+expect_datum_events "$work/crashes.out" -1 "$set_at"
 # Multicast and unicast SD both show the restart; it is still one reboot.
 reboots_final=$(grep -c "SOME/IP-SD peer $SENSOR rebooted" "$work/crashes.err" || true)
 ((reboots_final == reboots_before + 1)) ||
   fail "one restart was logged as $((reboots_final - reboots_before)) reboots"
-kill -TERM "$daemon_pid"
-wait_exit "$daemon_pid" 5000 && [[ "$exit_status" == 0 ]] || fail "vesk-sensord did not end cleanly on SIGTERM"
+stop_sensord "$sensord_pid"
 wait_exit "$watch_pid" 15000 || fail "veskctl watch did not end"
 
 kill -TERM "$neighbour_pid"

@@ -10,7 +10,6 @@ here="$(cd "$(dirname "$0")" && pwd)"
 source "$here/netns_helpers.sh"
 
 take_programs "$@"
-command -v jq >/dev/null || skip "jq is not installed (scripts/install-deps.sh installs it)"
 
 readonly TTL=2 PER_HOST=3
 readonly HOSTS=(s1 s2 s3) FIRST_IDS=(0x10 0x20 0x30) CLIENT_ADDRESS=198.18.0.100
@@ -47,12 +46,9 @@ done
 add_host "$prefix-c" "$CLIENT_ADDRESS" c
 
 for i in 0 1 2; do
-  ip netns exec "$prefix-${HOSTS[$i]}" "$sensord" --unicast "$(host_address "$i")" --sensors "$PER_HOST" \
-    --first-id "${FIRST_IDS[$i]}" --offer-ttl "$TTL" > "$work/sensord-${HOSTS[$i]}.out" 2> "$work/sensord-${HOSTS[$i]}.err" &
-  daemon_pids[$i]=$!
-done
-for i in 0 1 2; do
-  wait_for_text "$work/sensord-${HOSTS[$i]}.out" "on $(host_address "$i")" 5000 || fail "vesk-sensord on ${HOSTS[$i]} did not start"
+  start_sensord "$prefix-${HOSTS[$i]}" "$(host_address "$i")" "sensord-${HOSTS[$i]}.out" --sensors "$PER_HOST" \
+    --first-id "${FIRST_IDS[$i]}" --offer-ttl "$TTL"
+  daemon_pids[$i]=$sensord_pid
 done
 
 ctl() {
@@ -78,15 +74,19 @@ watch_pid=$!
 wait_reported "$work/watch.out" 0 true 27 6000 > /dev/null || fail "watch did not see all nine sensors available"
 down_at=$(now_us)
 ip -n "$bridge_ns" link set s2 down
-s2_pairs="$work/watch-s2.out"
-gone_at=""
-deadline=$(($(now_us) + (TTL * 1000 + 2000) * 1000))
-while (($(now_us) < deadline)); do
-  grep -E '"sensor":(32|33|34),' "$work/watch.out" > "$s2_pairs" || true
-  gone_at=$(reported_all "$s2_pairs" "$down_at" false 9) && break
-  sleep 0.05
-done
-[[ -n "$gone_at" ]] || fail "host s2's sensors were not reported unavailable within the TTL (${TTL} s) + 2 s of link down"
+# Prints the time by which s2's nine (sensor, service) pairs were reported available ($2 = true) or
+# unavailable (false) since time $1; false when that takes more than $3 ms.
+s2_reported() {
+  local deadline=$(($(now_us) + $3 * 1000))
+  while (($(now_us) < deadline)); do
+    grep -E '"sensor":(32|33|34),' "$work/watch.out" > "$work/watch-s2.out" || true
+    reported_all "$work/watch-s2.out" "$1" "$2" 9 && return 0
+    sleep 0.05
+  done
+  return 1
+}
+gone_at=$(s2_reported "$down_at" false $((TTL * 1000 + 2000))) ||
+  fail "host s2's sensors were not reported unavailable within the TTL (${TTL} s) + 2 s of link down"
 down_ms=$(elapsed_ms "$down_at" "$gone_at")
 echo "s2's sensors unavailable ${down_ms} ms after link down (offer TTL ${TTL} s)"
 ((gone_at - down_at >= 800000)) || fail "s2's sensors unavailable ${down_ms} ms after link down: before the TTL could have run out"
@@ -94,14 +94,7 @@ echo "s2's sensors unavailable ${down_ms} ms after link down (offer TTL ${TTL} s
 step "host s2's link up: its sensors come back"
 up_at=$(now_us)
 ip -n "$bridge_ns" link set s2 up
-back_at=""
-deadline=$(($(now_us) + 5000000))
-while (($(now_us) < deadline)); do
-  grep -E '"sensor":(32|33|34),' "$work/watch.out" > "$s2_pairs" || true
-  back_at=$(reported_all "$s2_pairs" "$up_at" true 9) && break
-  sleep 0.05
-done
-[[ -n "$back_at" ]] || fail "host s2's sensors did not come back within 5 s of link up"
+back_at=$(s2_reported "$up_at" true 5000) || fail "host s2's sensors did not come back within 5 s of link up"
 up_ms=$(elapsed_ms "$up_at" "$back_at")
 echo "s2's sensors available ${up_ms} ms after link up"
 others="$(lines_since "$work/watch.out" '"available":false' "$down_at" | grep -vE '"sensor":(32|33|34),' | awk -v end="$back_at" '$1 <= end')" || true
@@ -109,8 +102,7 @@ others="$(lines_since "$work/watch.out" '"available":false' "$down_at" | grep -v
 
 step "every daemon ends cleanly"
 for i in 0 1 2; do
-  kill -TERM "${daemon_pids[$i]}"
-  wait_exit "${daemon_pids[$i]}" 5000 && [[ "$exit_status" == 0 ]] || fail "vesk-sensord on ${HOSTS[$i]} did not end cleanly ($exit_status)"
+  stop_sensord "${daemon_pids[$i]}"
 done
 wait_exit "$watch_pid" 15000 || fail "veskctl watch did not end"
 echo "PASS: multihost (link down ${down_ms} ms to unavailable, link up ${up_ms} ms to available)"

@@ -38,14 +38,6 @@ expect() {
   echo "ok: $4: $(grep -E -- "$3" "$work/$1" | head -1)"
 }
 
-# start_sensord NAMESPACE ADDRESS LOG [ARGS...]: vesk-sensord in the background, ready when it says so.
-start_sensord() {
-  local ns=$1 address=$2 log=$3
-  shift 3
-  ip netns exec "$ns" "$sensord" --unicast "$address" --offer-ttl 2 "$@" > "$work/$log" 2>&1 &
-  wait_for_text "$work/$log" "on $address" 5000 || fail "vesk-sensord on $address did not start"
-}
-
 stop() {
   kill -TERM "$1" 2>/dev/null || true
   wait_exit "$1" 5000 || true
@@ -58,8 +50,7 @@ for address in $SENSOR $CLIENT $FAKE; do
   ip -n "$lo_ns" addr add "$address/32" dev lo
 done
 ip -n "$lo_ns" route add 224.0.0.0/4 dev lo
-start_sensord "$lo_ns" "$SENSOR" sensord-lo.out --sensors 2
-sensord_pid=$!
+start_sensord "$lo_ns" "$SENSOR" sensord-lo.out --sensors 2 --offer-ttl 2
 doctor "$lo_ns" healthy.out --unicast "$CLIENT" --seconds 1.5
 expect healthy.out 0 "^PASS  getter 0x0011 +getSensorSoftwareVersion answered in" "healthy"
 [[ -z "$(grep -vE '^PASS  ' "$work/healthy.out")" ]] || fail "healthy: not every line passed"
@@ -69,9 +60,9 @@ for sensor in 0x0010 0x0011; do
 done
 ip netns exec "$lo_ns" "$veskctl" doctor --json --unicast "$CLIENT" --seconds 0.5 --discovery-timeout 2 > "$work/healthy.json" 2>&1 ||
   fail "healthy --json: doctor failed"
-command -v jq >/dev/null && { jq -s -e 'length > 5 and all(.[]; .status == "PASS" and (.check | type) == "string"
+jq -s -e 'length > 5 and all(.[]; .status == "PASS" and (.check | type) == "string"
   and (.found | type) == "string" and has("fix") == false)' "$work/healthy.json" > /dev/null ||
-  fail "healthy --json: not one PASS object per check"; }
+  fail "healthy --json: not one PASS object per check"
 
 step "the address on no interface"
 doctor "$lo_ns" unassigned.out --unicast 198.18.9.9 --seconds 0.3
@@ -93,7 +84,7 @@ stop "$holder_pid"
 step "offers of major 0 against --major 1"
 doctor "$lo_ns" major.out --unicast "$CLIENT" --seconds 1 --major 1 --discovery-timeout 1
 expect major.out 1 "^WARN  sensor 0x0010 .*major differs from --major 1" "another major"
-stop "$sensord_pid"
+stop_sensord "$sensord_pid"
 
 step "a sensor offering two of its three services"
 # Offers of services 0x0002 and 0x0003 of instance 0x0020 from FAKE, every 200 ms, as the SD tables
@@ -139,14 +130,13 @@ expect down.out 1 "^FAIL  address +198\.18\.2\.1 on eth0, which is DOWN" "interf
 ip -n "$client_ns" link set eth0 up
 ip -n "$client_ns" route replace 224.0.0.0/4 dev eth0
 
-start_sensord "$sensor_ns" 198.18.2.2 sensord-veth.out --sensors 1
-sensord_pid=$!
+start_sensord "$sensor_ns" 198.18.2.2 sensord-veth.out --sensors 1 --offer-ttl 2
 ip -n "$client_ns" link set dev eth0 multicast off
 doctor "$client_ns" nomulticast.out --unicast 198.18.2.1 --seconds 1 --discovery-timeout 1
 expect nomulticast.out "0|1" "^(WARN|FAIL)  address +198\.18\.2\.1 on eth0 \(UP\) without the MULTICAST flag" "multicast off"
 grep -q "fix: ip link set dev eth0 multicast on" "$work/nomulticast.out" || fail "multicast off: no fix given"
 ip -n "$client_ns" link set dev eth0 multicast on
-stop "$sensord_pid"
+stop_sensord "$sensord_pid"
 
 step "strict rp_filter against SD from another subnet"
 # The sensor moves to 198.18.3.0/24; the client's route to it leaves through another interface.
@@ -159,11 +149,10 @@ ip -n "$client_ns" link set side0 up
 ip -n "$client_ns" link set side1 up
 ip -n "$client_ns" route add default dev side0
 ip netns exec "$client_ns" sysctl -qw net.ipv4.conf.eth0.rp_filter=1
-start_sensord "$sensor_ns" 198.18.3.1 sensord-subnet.out --sensors 1
-sensord_pid=$!
+start_sensord "$sensor_ns" 198.18.3.1 sensord-subnet.out --sensors 1 --offer-ttl 2
 doctor "$client_ns" rpfilter.out --unicast 198.18.2.1 --seconds 1.5 --discovery-timeout 1
 expect rpfilter.out 1 "^(WARN|FAIL)  rp_filter +strict \(eth0 1, all [01]\)" "strict rp_filter"
 grep -q "fix: sysctl -w net.ipv4.conf.eth0.rp_filter=2" "$work/rpfilter.out" || fail "strict rp_filter: no sysctl fix"
-stop "$sensord_pid"
+stop_sensord "$sensord_pid"
 
 echo "PASS: veskctl doctor (8 scenarios)"

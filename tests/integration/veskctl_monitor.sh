@@ -9,19 +9,11 @@ here="$(cd "$(dirname "$0")" && pwd)"
 source "$here/netns_helpers.sh"
 
 take_programs "$@"
-command -v jq >/dev/null || skip "jq is not installed (scripts/install-deps.sh installs it)"
 command -v ss >/dev/null || skip "ss (iproute2) is not installed"
 
 readonly SENSOR=127.0.0.2 MONITOR=127.0.0.3
-ns="kovmon-$$"
-daemon_pid="" monitor_pid="" generation=0
-
-test_namespaces=("$ns")
-clean_up_on_exit
-
-ip netns add "$ns" || skip "cannot create network namespace $ns"
-nsx() { ip netns exec "$ns" "$@"; }
-nsx ip link set lo up
+monitor_pid=""
+loopback_netns "kovmon-$$"
 
 # Waits until the monitor's two SD sockets are bound (the group and its own address, port 30490).
 wait_monitor_listening() {
@@ -32,21 +24,6 @@ wait_monitor_listening() {
     sleep 0.02
   done
   return 1
-}
-
-start_daemon() {
-  generation=$((generation + 1))
-  ip netns exec "$ns" "$sensord" --unicast "$SENSOR" --sensors 1 \
-    > "$work/sensord$generation.out" 2> "$work/sensord$generation.err" &
-  daemon_pid=$!
-  wait_for_text "$work/sensord$generation.out" "vesk-sensord: 1 sensor on $SENSOR" 5000 ||
-    fail "vesk-sensord ($generation) did not start serving within 5 s"
-}
-
-stop_daemon() {
-  kill -TERM "$daemon_pid"
-  wait_exit "$daemon_pid" 5000 || fail "vesk-sensord did not exit within 5 s of SIGTERM"
-  [[ "$exit_status" == 0 ]] || fail "vesk-sensord exited with $exit_status after SIGTERM, expected 0"
 }
 
 # The services 0x0002..0x0004 of instance 0x0010 from the daemon, as "$1" entries (JSON lines) after
@@ -79,18 +56,18 @@ ip netns exec "$ns" "$veskctl" monitor --unicast "$MONITOR" --json --seconds 60 
   > "$work/monitor.out" 2> "$work/monitor.err" &
 monitor_pid=$!
 wait_monitor_listening || fail "veskctl monitor did not bind its SD sockets within 5 s"
-start_daemon
+start_sensord "$ns" "$SENSOR" sensord1.out --sensors 1
 wait_entries OfferService 0 5000 || fail "the monitor did not show the offers of all three services"
-stop_daemon
+stop_sensord "$sensord_pid"
 wait_entries StopOfferService 0 3000 || fail "the monitor did not show the StopOffers of all three services"
 stopped_lines=$(wc -l < "$work/monitor.out")
-start_daemon
+start_sensord "$ns" "$SENSOR" sensord2.out --sensors 1
 wait_entries OfferService "$stopped_lines" 5000 || fail "the monitor did not show the offers after the restart"
 
 kill -INT "$monitor_pid"
 wait_exit "$monitor_pid" 3000 || fail "veskctl monitor did not end within 3 s of SIGINT"
 [[ "$exit_status" == 0 ]] || fail "veskctl monitor exited with $exit_status after SIGINT, expected 0"
-stop_daemon
+stop_sensord "$sensord_pid"
 
 step "order and fields of the entries"
 # Each line a JSON object; the daemon's entries of the three services in order: offers, then the

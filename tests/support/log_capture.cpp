@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <utility>
 
 #include "common/log/system_logger.hpp"
 
@@ -14,9 +15,13 @@ LogCapture::LogCapture() : logger_(std::make_shared<kov::common::log::StringLogg
   holder.logger = logger_;
 }
 
-LogCapture::~LogCapture() { kov::common::log::SystemLoggerSingleton::instance().logger = previous_; }
+LogCapture::~LogCapture() {
+  kov::common::log::SystemLoggerSingleton::instance().logger = previous_;
+}
 
-std::string LogCapture::text() const { return logger_->getString(); }
+std::string LogCapture::text() const {
+  return logger_->getString();
+}
 
 std::vector<std::string> LogCapture::lines() const {
   std::vector<std::string> result;
@@ -35,6 +40,16 @@ std::size_t LogCapture::count(const std::string& level, const std::string& messa
   return static_cast<std::size_t>(std::count(all.begin(), all.end(), wanted));
 }
 
-void LogCapture::clear() { logger_->clear(); }
+void LogCapture::clear() {
+  logger_->clear();
+}
+
+LoggerScope::LoggerScope(std::shared_ptr<kov::common::log::ILogger> logger)
+    : previous_(
+          std::exchange(kov::common::log::SystemLoggerSingleton::instance().logger, std::move(logger))) {}
+
+LoggerScope::~LoggerScope() {
+  kov::common::log::SystemLoggerSingleton::instance().logger = previous_;
+}
 
 }  // namespace kov::test

@@ -35,4 +35,21 @@ class LogCapture {
   std::shared_ptr<kov::common::log::ILogger> previous_;
 };
 
+/// Installs `logger` as the process-wide logger for its lifetime, by default one that drops every record
+/// unread, and restores the previous logger afterwards.
+class LoggerScope {
+ public:
+  explicit LoggerScope(std::shared_ptr<kov::common::log::ILogger> logger = std::make_shared<Dropping>());
+  ~LoggerScope();
+
+  LoggerScope(const LoggerScope&) = delete;
+  LoggerScope& operator=(const LoggerScope&) = delete;
+
+ private:
+  struct Dropping : kov::common::log::ILogger {
+    void sendLogMessage(std::shared_ptr<kov::common::log::LogData>) override {}
+  };
+  std::shared_ptr<kov::common::log::ILogger> previous_;
+};
+
 }  // namespace kov::test

@@ -170,7 +170,9 @@ TEST_F(ClientTest, OnlyWholeKnownEventsReachTheCache) {
   EXPECT_TRUE(log_.lines().empty());
   expectFirstEvents();
 
-  client_->resetEventData();
+  client_->resetEventData();  // every cached record back to its default
+  EXPECT_EQ(client_->getScanDatumEvent().elevation, 0.0F);
+  EXPECT_EQ(client_->getSystemModeStatusEvent(), types::SystemModeStatus::UNKNOWN);
   EXPECT_EQ(client_->getAchievedScanSettingsEvent().value2, 0.0F);
   EXPECT_EQ(client_->getScanPatternCommandStatusEvent(), types::ScanPatternCommandStatus::UNKNOWN);
   EXPECT_EQ(client_->getSensorHealthStatusEvent().mode, types::SystemModeStatus::UNKNOWN);

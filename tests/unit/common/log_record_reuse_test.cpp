@@ -10,11 +10,13 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "common/log/log_data.hpp"
 #include "common/log/log_message.hpp"
 #include "common/log/stream_logger.hpp"
+#include "process/kov_platform_posix_process.hpp"
 
 namespace {
 
@@ -161,19 +163,21 @@ TEST(LogRecordReuse, DroppedRecordsAreFormattedForEveryoneWhoReadsThem) {
 }
 
 TEST(LogRecordReuse, PrefixNumbersFollowTheGlobalLocaleOfNewStreams) {
-  const std::locale previous = std::locale::global(std::locale(std::locale::classic(), new Underscores));
   StringLogger logger;
-  LogMessage("a/b", 1, LogLevel::INFO, logger).getStream() << 1234567;
-  std::locale::global(previous);
-  LogMessage("a/b", 1, LogLevel::INFO, logger).getStream() << 1234567;
-
-  std::ostringstream grouped;
-  grouped.imbue(std::locale(std::locale::classic(), new Underscores));
-  grouped << '[' << static_cast<std::uint32_t>(getpid()) << '.' << static_cast<std::uint32_t>(pthread_self());
+  std::ostringstream grouped;  // the prefix as a stream of that locale writes it, with the thread's name
+  std::thread([&] {
+    kov::platform::process::setNameOfCurrentThread("grouped");
+    const std::locale previous = std::locale::global(std::locale(std::locale::classic(), new Underscores));
+    LogMessage("a/b", 1, LogLevel::INFO, logger).getStream() << 1234567;
+    std::locale::global(previous);
+    LogMessage("a/b", 1, LogLevel::INFO, logger).getStream() << 1234567;
+    grouped.imbue(std::locale(std::locale::classic(), new Underscores));
+    grouped << '[' << static_cast<std::uint32_t>(getpid()) << '.'
+            << static_cast<std::uint32_t>(pthread_self());
+  }).join();
   const std::string lines = logger.getString();
-  EXPECT_EQ(lines.rfind(grouped.str(), 0), 0U) << lines;
-  EXPECT_NE(lines.find(" INFO: 1_234_567\n"), std::string::npos) << lines;
-  EXPECT_NE(lines.find(" INFO: 1234567\n"), std::string::npos) << lines;
+  EXPECT_EQ(lines.rfind(grouped.str() + "(grouped)] INFO: 1_234_567\n", 0), 0U) << lines;
+  EXPECT_NE(lines.find("(grouped)] INFO: 1234567\n"), std::string::npos) << lines;
 }
 
 }  // namespace

@@ -16,14 +16,6 @@ namespace {
 
 namespace process = kov::platform::process;
 
-TEST(Process, IdentityMatchesPosix) {
-  EXPECT_EQ(process::getIdOfCurrentProcess(), getpid());
-  EXPECT_TRUE(pthread_equal(process::getIdOfCurrentThread(), pthread_self()));
-  pthread_t other{};
-  std::thread([&] { other = process::getIdOfCurrentThread(); }).join();
-  EXPECT_FALSE(pthread_equal(other, pthread_self()));
-}
-
 // The process id is read once and kept; a child made by fork() must report and log its own.
 TEST(Process, ForkedChildUsesItsOwnProcessId) {
   const pid_t parent = process::getIdOfCurrentProcess();

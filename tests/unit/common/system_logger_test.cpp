@@ -6,9 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "common/log/log.hpp"
 #include "common/log/stream_logger.hpp"
-#include "support/log_capture.hpp"
 
 namespace {
 
@@ -39,15 +37,6 @@ TEST(SystemLogger, DefaultsToStdErrLoggerAndReportsDeadReferenceOnce) {
   auto& second = SystemLoggerSingleton::instance();
   ASSERT_NE(second.logger, nullptr);
   EXPECT_NE(dynamic_cast<StdErrLogger*>(second.logger.get()), nullptr);
-}
-
-TEST(SystemLogger, MacroWritesThroughProcessWideLogger) {
-  kov::test::LogCapture capture;
-  KOV_LOG(WARN, "src/units/sensor_control/src/sensor_control") << "value 0x" << std::hex << 255;
-  KOV_LOG(DEBUG, "x") << "debug " << true;
-  ASSERT_EQ(capture.lines().size(), 2U);
-  EXPECT_EQ(capture.count("WARN", "value 0xff"), 1U);
-  EXPECT_EQ(capture.count("DEBUG", "debug 1"), 1U);
 }
 
 }  // namespace

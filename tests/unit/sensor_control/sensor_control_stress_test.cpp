@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-#include "common/log/system_logger.hpp"
+#include "support/log_capture.hpp"
 #include "support/recording_transport.hpp"
 #include "vesk/kov_drivers_lidar_vesk_control_interface.hpp"
 
@@ -20,15 +20,9 @@ using ClientPtr = std::shared_ptr<vesk::ISensorControl::IClient>;
 constexpr std::uint16_t FIRST_SENSOR = 0x100;
 constexpr std::uint16_t SENSORS = 16;
 
-/// Drops every message: readers log a warning for each call on an unavailable service.
-struct SilentLogger : kov::common::log::ILogger {
-  void sendLogMessage(std::shared_ptr<kov::common::log::LogData>) override {}
-};
-
 TEST(SensorControlStress, FlappingSensorsWithEventsGettersAndTeardown) {
-  alarm(240);  // a deadlock ends the program instead of hanging it
-  auto& holder = kov::common::log::SystemLoggerSingleton::instance();
-  const auto previousLogger = std::exchange(holder.logger, std::make_shared<SilentLogger>());
+  alarm(240);               // a deadlock ends the program instead of hanging it
+  const LoggerScope quiet;  // readers log a warning for each call on an unavailable service
   auto transport = std::make_shared<RecordingTransport>();
   transport->recordEvents = false;
   {
@@ -119,7 +113,6 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersAndTeardown) {
     EXPECT_EQ(foreignClients, 0) << "one client per sensor";
     registry.clear();  // the last references: the clients unsubscribe their events now
   }
-  holder.logger = previousLogger;
   alarm(0);
   EXPECT_EQ(transport->eventSubscriptionCount(), 0U);
   const auto calls = transport->takeCalls();
@@ -133,8 +126,7 @@ TEST(SensorControlStress, EverySuccessfulStopLeavesNoClientAvailableAndNoEventSu
   alarm(240);
   constexpr std::uint16_t FLAPPING = 32;
   constexpr int CYCLES = 60;
-  auto& holder = kov::common::log::SystemLoggerSingleton::instance();
-  const auto previousLogger = std::exchange(holder.logger, std::make_shared<SilentLogger>());
+  const LoggerScope quiet;
   auto transport = std::make_shared<RecordingTransport>();
   transport->recordEvents = false;
   auto control = vesk::makeSensorControlA(transport);
@@ -189,7 +181,6 @@ TEST(SensorControlStress, EverySuccessfulStopLeavesNoClientAvailableAndNoEventSu
   EXPECT_EQ(subscriptionsAfterStop, 0) << "event subscriptions left at the transport after a successful stop";
   EXPECT_GT(registry.size(), 1U) << "reports reached the sensor control";
   control.reset();
-  holder.logger = previousLogger;
   alarm(0);
 }
 

@@ -5,13 +5,13 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <cstring>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "simulator/mode_sequencer.hpp"
 #include "simulator/simulated_fleet.hpp"
 
 namespace {
@@ -89,8 +89,8 @@ TEST(SimulatedFleetTest, AnswersMethodsWithExactRecordsAndChecksEveryBuffer) {
   EXPECT_EQ(code({3, 0x10}, 0x8008, nullptr, 0, response, 1), 0x03) << "unknown method";
   EXPECT_EQ(code({2, 0x10}, 0x8003, nullptr, 0, response, 4), 0x03) << "method of another service";
   EXPECT_EQ(code({3, 0x12}, 0x8001, nullptr, 0, response, 7), 0x02) << "no such instance";
-  const std::uint8_t fortyHertz[7] = {0x42, 0x20, 0x00, 0x00, 0x00, 0x00, 0x00};
-  EXPECT_EQ(code({3, 0x10}, 0x8002, fortyHertz, 7, nullptr, 0), 0x20) << "frame rate out of range";
+  const std::uint8_t hertz30_5[7] = {0x41, 0xF4, 0x00, 0x00, 0x00, 0x00, 0x00};
+  EXPECT_EQ(code({3, 0x10}, 0x8002, hertz30_5, 7, nullptr, 0), 0x20) << "frame rate out of range";
   const std::uint8_t radians02[4] = {0x3E, 0x4C, 0xCC, 0xCD};  // 0.2 rad > 10 degrees
   EXPECT_EQ(code({3, 0x10}, 0x8004, radians02, 4, nullptr, 0), 0x20);
   const std::uint8_t port0[6] = {0x00, 0x00, 0x0A, 0x00, 0x00, 0x01};
@@ -104,37 +104,6 @@ TEST(SimulatedFleetTest, AnswersMethodsWithExactRecordsAndChecksEveryBuffer) {
   EXPECT_EQ(code({3, 0x10}, 0x8001, nullptr, 0, response, 7), 0x33);
   EXPECT_EQ(code({3, 0x10}, 0x8001, nullptr, 0, response, 7), 0x33);
   EXPECT_EQ(code({3, 0x10}, 0x8001, nullptr, 0, response, 7), 0x00);
-}
-
-TEST(SimulatedFleetTest, ModeCommandWalksThroughBelievableStatusesAsEvents) {
-  SimulatedFleet fleet(fastConfig());
-  ASSERT_EQ(fleet.connect(), Result::Ok);
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::vector<std::uint8_t> statuses;
-  ASSERT_TRUE(fleet.subscribeEvents({2, 0x10}, 2, {1},
-                                    [&](std::uint16_t eventId, const void* data, std::size_t size) {
-                                      ASSERT_EQ(eventId, 1);
-                                      ASSERT_EQ(size, 1U);
-                                      std::lock_guard<std::mutex> lock(mutex);
-                                      statuses.push_back(*static_cast<const std::uint8_t*>(data));
-                                      changed.notify_all();
-                                    }));
-  auto waitFor = [&](std::uint8_t status) {
-    std::unique_lock<std::mutex> lock(mutex);
-    return changed.wait_for(lock, BOUND, [&] { return !statuses.empty() && statuses.back() == status; });
-  };
-  ASSERT_TRUE(waitFor(7));  // booted: standby
-  const std::uint8_t scanning = 1;
-  ASSERT_EQ(fleet.callMethod({2, 0x10}, 0x8002, &scanning, 1, nullptr, 0), Result::Ok);
-  ASSERT_TRUE(waitFor(14));
-  std::lock_guard<std::mutex> lock(mutex);
-  // Booting (initializing) for as long as it lasted, then standby, spinning up (initializing), scanning.
-  ASSERT_GE(statuses.size(), 3U);
-  EXPECT_EQ(std::vector<std::uint8_t>(statuses.end() - 3, statuses.end()),
-            (std::vector<std::uint8_t>{7, 13, 14}));
-  EXPECT_TRUE(
-      std::all_of(statuses.begin(), statuses.end() - 3, [](std::uint8_t status) { return status == 13; }));
 }
 
 TEST(SimulatedFleetTest, NoEventHandlerRunsAfterUnsubscribeReturnedEvenMidDelivery) {
@@ -203,6 +172,20 @@ TEST(SimulatedFleetTest, AcceptsCallsIntoItselfFromItsHandlersAndStopsReportingA
   EXPECT_EQ(selfCalls, 1);
   EXPECT_TRUE(nestedOk);
   EXPECT_EQ(fleet.disconnect(), Result::Ok);
+}
+
+TEST(ModeSequencer, EachStepFallsDueExactlyOneStepAfterThePrevious) {
+  using kov::tools::simulator::ModeSequencer;
+  using Status = ModeSequencer::Status;
+  const ModeSequencer::Clock::time_point t0{};
+  ModeSequencer modes(10ms);
+  modes.reboot(t0);
+  EXPECT_TRUE(modes.advance(t0 + 19ms).empty());
+  EXPECT_EQ(modes.advance(t0 + 20ms), std::vector<Status>{Status::STANDBY});  // booted after two steps
+  EXPECT_TRUE(modes.command(ModeSequencer::Command::SCANNING, t0 + 20ms));
+  EXPECT_EQ(modes.status(), Status::INITIALIZING);
+  EXPECT_TRUE(modes.advance(t0 + 29ms).empty());
+  EXPECT_EQ(modes.advance(t0 + 30ms), std::vector<Status>{Status::SCANNING});
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "operations.hpp"
 #include "printer.hpp"
 #include "result_texts.hpp"
+#include "support/log_capture.hpp"
 #include "value_parsers.hpp"
 
 namespace {
@@ -21,7 +22,8 @@ namespace {
 using namespace kov::tools::veskctl;
 
 TEST(VeskctlTextTest, JsonOutputEscapesTextAndKeepsNonFiniteNumbersValid) {
-  EXPECT_EQ(Printer::quote("a\"b\\c\nd\x01 M\u00fcnchen"), "\"a\\\"b\\\\c\\nd\\u0001 M\u00fcnchen\"");
+  EXPECT_EQ(Printer::quote("a\"b\\c\nd\x01\x1f M\u00fcnchen"),
+            "\"a\\\"b\\\\c\\nd\\u0001\\u001f M\u00fcnchen\"");
   std::ostringstream out;
   Printer json(out, true);
   json.result(0x10, "getX", true,
@@ -40,6 +42,16 @@ TEST(VeskctlTextTest, JsonOutputEscapesTextAndKeepsNonFiniteNumbersValid) {
   EXPECT_EQ(text.str(),
             "  sensor 0x0010  setScanDatum                  ok      elevation=-5.5  note=\"two words\"\n"
             "  sensor 0x0010  getScanDatum                  FAILED  timed out\n");
+}
+
+TEST(VeskctlTextTest, EveryInterlaceModePrintsUnderItsOwnName) {
+  using Mode = types::ScanHorizontalInterlaceMode;
+  std::string names;
+  for (const Mode mode :
+       {Mode::NONE, Mode::INTERLACE_2, Mode::INTERLACE_3, Mode::INTERLACE_4, Mode::INTERLACE_8}) {
+    names += nameOf(mode) + " ";
+  }
+  EXPECT_EQ(names, "NONE INTERLACE_2 INTERLACE_3 INTERLACE_4 INTERLACE_8 ");
 }
 
 TEST(VeskctlTextTest, ParsesPatternsAndDestinationsAndRefusesMalformedOnes) {
@@ -121,11 +133,10 @@ TEST(VeskctlTextTest, NumbersAddressesPortsAndSensorIdsAreReadStrictly) {
 }
 
 TEST(VeskctlTextTest, FailureReasonsKeepTheCallingThreadsWarningsAndErrors) {
-  auto& holder = kov::common::log::SystemLoggerSingleton::instance();
-  const auto previous = holder.logger;
   auto output = std::make_shared<kov::common::log::StringLogger>();
-  holder.logger = std::make_shared<FailureReasons>(output);
-  holder.logger->setDiscardLevel(kov::common::log::LogLevel::FATAL);  // nothing reaches the output
+  auto reasons = std::make_shared<FailureReasons>(output);
+  reasons->setDiscardLevel(kov::common::log::LogLevel::FATAL);  // nothing reaches the output
+  const kov::test::LoggerScope scope(reasons);
 
   FailureReasons::clear();
   KOV_LOG(INFO, "test") << "not a reason";
@@ -135,7 +146,6 @@ TEST(VeskctlTextTest, FailureReasonsKeepTheCallingThreadsWarningsAndErrors) {
   EXPECT_EQ(FailureReasons::take(), "first 1; second");
   EXPECT_EQ(FailureReasons::take(), "");
   EXPECT_EQ(output->getString(), "");
-  holder.logger = previous;
 }
 
 TEST(VeskctlTextTest, CallResultsAreExplainedByTheTableOfTheTransportInUse) {

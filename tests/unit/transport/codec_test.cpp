@@ -7,21 +7,15 @@
 #include <vector>
 
 #include "someip/message.hpp"
+#include "wire_bytes.hpp"
 
 namespace {
 
 using namespace kov::platform::networking::someip;
 using Bytes = std::vector<std::uint8_t>;
+using kov::test::wire::concat;
 
 constexpr std::size_t UNTOUCHED = 0xC0FFEE;
-
-Bytes concat(std::initializer_list<Bytes> parts) {
-  Bytes all;
-  for (const auto& part : parts) {
-    all.insert(all.end(), part.begin(), part.end());
-  }
-  return all;
-}
 
 MessageHeader headerOf(std::uint16_t service, std::uint16_t method, std::uint16_t client,
                        std::uint16_t session, std::uint8_t interfaceVersion, MessageType type,
@@ -163,7 +157,7 @@ TEST(SomeIpHeader, MalformedInputIsRefusedAndOnlyAMeasuredMessageIsRead) {
     ParseError error;
     std::size_t consumed;  // UNTOUCHED: nothing to skip to
   };
-  const std::vector<Case> cases{
+  std::vector<Case> cases{
       {"empty", {}, ParseError::TRUNCATED_HEADER, UNTOUCHED},
       {"15 bytes", Bytes(good.begin(), good.begin() + 15), ParseError::TRUNCATED_HEADER, UNTOUCHED},
       {"length 0", with(4, {0, 0, 0, 0}), ParseError::LENGTH_TOO_SMALL, UNTOUCHED},
@@ -175,15 +169,13 @@ TEST(SomeIpHeader, MalformedInputIsRefusedAndOnlyAMeasuredMessageIsRead) {
       {"length 0xFFFFFFF8", with(4, {0xFF, 0xFF, 0xFF, 0xF8}), ParseError::LENGTH_BEYOND_DATAGRAM, UNTOUCHED},
       {"protocol version 0", with(12, {0x00}), ParseError::WRONG_PROTOCOL_VERSION, 20},
       {"protocol version 2", with(12, {0x02}), ParseError::WRONG_PROTOCOL_VERSION, 20},
-      {"message type 0x03", with(14, {0x03}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
-      {"TP request 0x20", with(14, {0x20}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
-      {"TP notification 0x22", with(14, {0x22}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
-      {"request ACK 0x40", with(14, {0x40}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
-      {"response ACK 0xC0", with(14, {0xC0}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
-      {"TP response 0xA0", with(14, {0xA0}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
-      {"message type 0x82", with(14, {0x82}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
-      {"message type 0xFF", with(14, {0xFF}), ParseError::UNKNOWN_MESSAGE_TYPE, 20},
   };
+  // Message types other than request (0x00), fire and forget (0x01), notification (0x02), response
+  // (0x80) and error (0x81): the TP variants (0x2x, 0xAx), the ACKs (0x40, 0xC0) and others.
+  for (const std::uint8_t type : {0x03, 0x20, 0x22, 0x40, 0xC0, 0xA0, 0x82, 0xFF}) {
+    cases.push_back(
+        {"message type " + std::to_string(type), with(14, {type}), ParseError::UNKNOWN_MESSAGE_TYPE, 20});
+  }
   for (const auto& c : cases) {
     MessageView view;
     view.header.serviceId = 0xABCD;
@@ -221,12 +213,6 @@ TEST(SomeIpSession, CountsFromOneToFfffAndWrapsToOneNeverZero) {
   for (const auto& [from, to] : steps) {
     EXPECT_EQ(nextSessionId(from), to) << std::hex << from;
   }
-  std::uint16_t session = 1;
-  for (std::uint32_t i = 1; i < 0x10000; ++i) {
-    session = nextSessionId(session);
-    ASSERT_NE(session, 0) << i;
-  }
-  EXPECT_EQ(session, 1);  // 0xFFFF steps visit every id from 1 to 0xFFFF once and come back
 }
 
 }  // namespace

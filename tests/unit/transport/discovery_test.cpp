@@ -9,6 +9,7 @@
 
 #include "discovery_client.hpp"
 #include "discovery_server.hpp"
+#include "sd_entries.hpp"
 #include "sd_session.hpp"
 
 namespace {
@@ -17,6 +18,9 @@ using namespace kov::platform::networking::someip;
 using namespace kov::platform::networking::someip::detail;
 using namespace std::chrono_literals;
 using Changes = std::vector<AvailabilityChange>;
+using kov::test::fieldsOf;
+using kov::test::sdEntry;
+using kov::test::udpOption;
 
 const Clock::time_point T0{std::chrono::hours(1)};
 constexpr std::uint32_t PEER_A = 0x7F000002;
@@ -39,25 +43,10 @@ std::chrono::milliseconds fixedInitialDelay() {
   return 50ms;
 }
 
-SdOption udpOption(const Endpoint& endpoint, std::uint8_t protocol = L4_PROTOCOL_UDP) {
-  SdOption option;
-  option.type = SdOptionType::IPV4_ENDPOINT;
-  option.address = endpoint.ip;
-  option.port = endpoint.port;
-  option.protocol = protocol;
-  return option;
-}
-
 SdEntry offerEntry(const Address& address, std::uint32_t ttl, const Endpoint& endpoint,
                    std::uint8_t protocol = L4_PROTOCOL_UDP, std::uint8_t major = 0) {
-  SdEntry entry;
-  entry.type = SdEntryType::OFFER_SERVICE;
-  entry.serviceId = address.serviceId;
-  entry.instanceId = address.instanceId;
-  entry.majorVersion = major;
-  entry.ttl = ttl;
-  entry.options.push_back(udpOption(endpoint, protocol));
-  return entry;
+  return sdEntry(SdEntryType::OFFER_SERVICE, address.serviceId, address.instanceId, major, ttl, 0, 0, 0,
+                 {udpOption(endpoint, protocol)});
 }
 
 std::string text(const Changes& changes) {
@@ -103,13 +92,8 @@ TEST(DiscoveryClient, FindsAfterTheInitialWaitThenRepeatsWithDoublingDelaysThenS
   ASSERT_EQ(sent.size(), 4U);
   for (const auto& find : sent) {
     EXPECT_TRUE(find.multicast);
-    EXPECT_EQ(find.entry.type, SdEntryType::FIND_SERVICE);
-    EXPECT_EQ(find.entry.serviceId, 0x1234);
-    EXPECT_EQ(find.entry.instanceId, 0xFFFF);
-    EXPECT_EQ(find.entry.majorVersion, 0xFF);
-    EXPECT_EQ(find.entry.minorVersion, 0xFFFFFFFFU);
-    EXPECT_EQ(find.entry.ttl, 3U);
-    EXPECT_TRUE(find.entry.options.empty());
+    EXPECT_EQ(fieldsOf(find.entry),
+              fieldsOf(sdEntry(SdEntryType::FIND_SERVICE, 0x1234, 0xFFFF, 0xFF, 3, 0xFFFFFFFF)));
   }
 
   // A required major version is asked for, and offers of other majors are ignored.
@@ -217,7 +201,7 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   EXPECT_EQ(text(changes), "+16 +17 -16 +16 ");
   client.poll(T0 + 8s, out, changes);  // a find (the last offer went away at 5 s) ...
   offer(T0 + 8s, PEER_A, offerEntry(SERVICE_10, TTL_INFINITE, ENDPOINT_A));  // ... answered
-  EXPECT_EQ(client.nextDeadline(), Clock::time_point::max());  // infinite TTLs never expire
+  EXPECT_EQ(client.nextDeadline(), Clock::time_point::max());                // infinite TTLs never expire
   out.clear();
   client.poll(T0 + std::chrono::hours(24 * 365), out, changes);
   EXPECT_EQ(client.offeredAddresses().size(), 2U);
@@ -294,13 +278,8 @@ TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclically) {
   ASSERT_EQ(sent.size(), 7U);
   for (const auto& offer : sent) {
     EXPECT_TRUE(offer.multicast);
-    EXPECT_EQ(offer.entry.type, SdEntryType::OFFER_SERVICE);
-    EXPECT_EQ(offer.entry.serviceId, 0x1234);
-    EXPECT_EQ(offer.entry.instanceId, 0x0010);
-    EXPECT_EQ(offer.entry.majorVersion, 1);
-    EXPECT_EQ(offer.entry.minorVersion, 7U);
-    EXPECT_EQ(offer.entry.ttl, 3U);
-    EXPECT_TRUE(offer.entry.options == std::vector<SdOption>{udpOption(ENDPOINT_A)});
+    EXPECT_EQ(fieldsOf(offer.entry), fieldsOf(sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, 0x0010, 1, 3, 7, 0,
+                                                      0, {udpOption(ENDPOINT_A)})));
   }
 
   // StopOffer withdraws the instance at once (TTL 0, multicast); stopAll withdraws the rest.
@@ -311,8 +290,8 @@ TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclically) {
   EXPECT_FALSE(server.stopOffer(SERVICE_10, out));
   ASSERT_EQ(out.size(), 1U);
   EXPECT_TRUE(out[0].multicast);
-  EXPECT_EQ(out[0].entry.ttl, 0U);
-  EXPECT_EQ(out[0].entry.instanceId, 0x0010);
+  EXPECT_EQ(fieldsOf(out[0].entry), fieldsOf(sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, 0x0010, 1, 0, 7, 0,
+                                                     0, {udpOption(ENDPOINT_A)})));
   EXPECT_FALSE(server.isOffered(SERVICE_10));
   out.clear();
   server.stopAll(out);
@@ -347,22 +326,16 @@ TEST(DiscoveryServer, AnswersMatchingFindsToThePeer) {
       {"other minor", 0x1234, 0xFFFF, 0xFF, 8, {}},
   };
   for (const auto& c : cases) {
-    SdEntry find;
-    find.type = SdEntryType::FIND_SERVICE;
-    find.serviceId = c.service;
-    find.instanceId = c.instance;
-    find.majorVersion = c.major;
-    find.minorVersion = c.minor;
-    find.ttl = 3;
     SdOutbox out;
-    server.onFindEntry(find, PEER_B, out);
+    server.onFindEntry(sdEntry(SdEntryType::FIND_SERVICE, c.service, c.instance, c.major, 3, c.minor), PEER_B,
+                       out);
     std::vector<std::uint16_t> answered;
     for (const auto& answer : out) {
-      EXPECT_FALSE(answer.multicast) << c.name;
-      EXPECT_EQ(answer.peerIp, PEER_B) << c.name;
-      EXPECT_EQ(answer.entry.type, SdEntryType::OFFER_SERVICE) << c.name;
-      EXPECT_EQ(answer.entry.ttl, 3U) << c.name;
-      EXPECT_EQ(answer.entry.options.size(), 1U) << c.name;
+      EXPECT_TRUE(!answer.multicast && answer.peerIp == PEER_B) << c.name;
+      EXPECT_EQ(fieldsOf(answer.entry),
+                fieldsOf(sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, answer.entry.instanceId, 1, 3, 7, 0, 0,
+                                 {udpOption(ENDPOINT_A)})))
+          << c.name;
       answered.push_back(answer.entry.instanceId);
     }
     EXPECT_EQ(answered, c.answered) << c.name;
@@ -380,14 +353,8 @@ TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
   const Endpoint subscriberB2{PEER_B, 40002};
   const auto subscribe = [](const Address& address, std::uint16_t eventgroup, std::uint32_t ttl,
                             std::uint8_t major, const std::vector<Endpoint>& endpoints) {
-    SdEntry entry;
-    entry.type = SdEntryType::SUBSCRIBE_EVENTGROUP;
-    entry.serviceId = address.serviceId;
-    entry.instanceId = address.instanceId;
-    entry.majorVersion = major;
-    entry.ttl = ttl;
-    entry.eventgroupId = eventgroup;
-    entry.counter = 2;
+    SdEntry entry = sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, address.serviceId, address.instanceId, major,
+                            ttl, 0, eventgroup, 2);
     for (const auto& endpoint : endpoints) {
       entry.options.push_back(udpOption(endpoint));
     }
@@ -415,14 +382,11 @@ TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
     std::vector<NewSubscriber> joined;
     server.onSubscribeEntry(c.at, PEER_B, c.entry, out, joined);
     ASSERT_EQ(out.size(), 1U) << c.name;
-    EXPECT_FALSE(out[0].multicast) << c.name;
-    EXPECT_EQ(out[0].peerIp, PEER_B) << c.name;
-    EXPECT_EQ(out[0].entry.type, SdEntryType::SUBSCRIBE_EVENTGROUP_ACK) << c.name;
-    EXPECT_EQ(out[0].entry.ttl, c.answerTtl) << c.name;
-    EXPECT_EQ(out[0].entry.eventgroupId, c.entry.eventgroupId) << c.name;
-    EXPECT_EQ(out[0].entry.instanceId, c.entry.instanceId) << c.name;
-    EXPECT_EQ(out[0].entry.counter, 2) << c.name;
-    EXPECT_TRUE(out[0].entry.options.empty()) << c.name;
+    EXPECT_TRUE(!out[0].multicast && out[0].peerIp == PEER_B) << c.name;
+    EXPECT_EQ(fieldsOf(out[0].entry),
+              fieldsOf(sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234, c.entry.instanceId,
+                               c.entry.majorVersion, c.answerTtl, 0, c.entry.eventgroupId, 2)))
+        << c.name;
     ASSERT_EQ(joined.size(), c.joins ? 1U : 0U) << c.name;
     if (c.joins) {
       EXPECT_EQ(joined[0].address, SERVICE_10);

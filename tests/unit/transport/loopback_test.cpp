@@ -10,9 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstring>
 #include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include "someip/some_ip_transport.hpp"
+#include "support/availability_reports.hpp"
 #include "support/log_capture.hpp"
 #include "support/network_namespace.hpp"
 #include "wire_bytes.hpp"
@@ -47,34 +46,6 @@ someip::TransportOptions optionsFor(const char* address) {
   return options;
 }
 
-/// Availability reports as they arrive, with a bounded wait for a given state.
-class AvailabilityLog {
- public:
-  someip::SomeIpTransport::AvailabilityHandler handler() {
-    return [this](const Address& address, bool available) {
-      std::lock_guard<std::mutex> lock(mutex_);
-      reports_.emplace_back(address, available);
-      changed_.notify_all();
-    };
-  }
-  bool waitFor(const Address& address, bool available) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, WAIT, [&] {
-      for (auto it = reports_.rbegin(); it != reports_.rend(); ++it) {
-        if (it->first == address) {
-          return it->second == available;
-        }
-      }
-      return false;
-    });
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::vector<std::pair<Address, bool>> reports_;
-};
-
 class LoopbackTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() { inNamespace_ = kov::test::enterOwnNetworkNamespace(skipReason_); }
@@ -98,7 +69,7 @@ class LoopbackTest : public ::testing::Test {
     ASSERT_TRUE(server_->offerEvent(SCAN, 3, {1, 2}));
     ASSERT_TRUE(client_->subscribeAvailability({0x0003}, availability_.handler()));
     ASSERT_TRUE(client_->requestService(Address{0x0003, 0xFFFF}));
-    ASSERT_TRUE(availability_.waitFor(SCAN, true));
+    ASSERT_EQ(availability_.waitFor("+16 "), "+16 ");
   }
 
   void TearDown() override {
@@ -136,12 +107,12 @@ class LoopbackTest : public ::testing::Test {
   static inline bool inNamespace_{false};
   static inline std::string skipReason_;
   kov::test::LogCapture log_;  // first: installed before, and removed after, every transport thread
-  AvailabilityLog availability_;
+  kov::test::AvailabilityReports availability_;
   std::shared_ptr<someip::SomeIpTransport> server_;
   std::shared_ptr<someip::SomeIpTransport> client_;
 };
 
-TEST_F(LoopbackTest, MethodCallsReturnTheAnswerOrADistinctFailure) {
+TEST_F(LoopbackTest, MethodCallsReturnTheirOwnAnswerOrADistinctFailure) {
   const std::uint8_t request[3] = {1, 2, 3};
   std::uint8_t response[3] = {};
   EXPECT_EQ(client_->callMethod(SCAN, 1, request, 3, response, 3), someip::Result::Ok);
@@ -168,18 +139,17 @@ TEST_F(LoopbackTest, MethodCallsReturnTheAnswerOrADistinctFailure) {
   EXPECT_EQ(guarded[0], 0xAA);
   EXPECT_EQ(client_->callMethod(SCAN, 1, request, 3, response, 3), someip::Result::Ok);
   EXPECT_EQ(response[0], 3);
-}
 
-TEST_F(LoopbackTest, ConcurrentCallsEachGetTheirOwnResponse) {
+  // Concurrent calls each get their own response.
   std::atomic<int> wrong{0};
   std::vector<std::thread> callers;
   for (std::uint8_t t = 0; t < 4; ++t) {
     callers.emplace_back([this, t, &wrong] {
       for (std::uint8_t i = 0; i < 50; ++i) {
-        const std::uint8_t request[2] = {t, i};
-        std::uint8_t response[2] = {};
-        if (client_->callMethod(SCAN, 1, request, 2, response, 2) != someip::Result::Ok || response[0] != i ||
-            response[1] != t) {
+        const std::uint8_t mine[2] = {t, i};
+        std::uint8_t answer[2] = {};
+        if (client_->callMethod(SCAN, 1, mine, 2, answer, 2) != someip::Result::Ok || answer[0] != i ||
+            answer[1] != t) {
           ++wrong;
         }
       }
@@ -189,6 +159,10 @@ TEST_F(LoopbackTest, ConcurrentCallsEachGetTheirOwnResponse) {
     caller.join();
   }
   EXPECT_EQ(wrong.load(), 0);
+
+  // Disconnecting the server withdraws its offers.
+  server_->disconnect();
+  EXPECT_EQ(availability_.waitFor("+16 -16 "), "+16 -16 ");
 }
 
 TEST_F(LoopbackTest, EventsReachTheSubscriberUntilUnsubscribeReturns) {
@@ -215,17 +189,6 @@ TEST_F(LoopbackTest, EventsReachTheSubscriberUntilUnsubscribeReturns) {
     ASSERT_TRUE(arrived.wait_for(lock, WAIT, [&] { return !events.empty(); })) << "initial value missing";
     EXPECT_EQ(events[0], (std::pair<std::uint16_t, std::vector<std::uint8_t>>{1, {0x10, 0x20}}));
   }
-  // Event 2 is in the group but not subscribed to: not delivered. Event 1 is.
-  const std::uint8_t other[1] = {0x77};
-  const std::uint8_t next[1] = {0x55};
-  ASSERT_TRUE(server_->notifyEvent(SCAN, 2, other, 1));
-  ASSERT_TRUE(server_->notifyEvent(SCAN, 1, next, 1));
-  {
-    std::unique_lock<std::mutex> lock(mutex);
-    ASSERT_TRUE(arrived.wait_for(lock, WAIT, [&] { return events.size() >= 2; }));
-    EXPECT_EQ(events[1], (std::pair<std::uint16_t, std::vector<std::uint8_t>>{1, {0x55}}));
-  }
-
   // A stream of events while unsubscribing: nothing runs after unsubscribeEvents returned.
   std::atomic<bool> stop{false};
   std::thread publisher([&] {
@@ -295,21 +258,6 @@ TEST_F(LoopbackTest, ASlowHandlerStallsNeitherCallsNorMemoryAndDroppedEventsAreL
   }
   EXPECT_EQ(behind, 1u) << log_.text();
   EXPECT_EQ(caughtUp, 1u) << log_.text();
-}
-
-TEST_F(LoopbackTest, StopOfferMakesTheInstanceUnavailableAndAnOfferBringsItBack) {
-  ASSERT_TRUE(server_->stopOfferService(SCAN));
-  EXPECT_TRUE(availability_.waitFor(SCAN, false));
-  std::uint8_t response[1] = {};
-  const std::uint8_t request[1] = {4};
-  EXPECT_EQ(client_->callMethod(SCAN, 1, request, 1, response, 1), someip::RESULT_UNKNOWN_INSTANCE);
-  ASSERT_TRUE(server_->offerService(SCAN));
-  EXPECT_TRUE(availability_.waitFor(SCAN, true));
-  EXPECT_EQ(client_->callMethod(SCAN, 1, request, 1, response, 1), someip::Result::Ok);
-
-  // Disconnecting the server withdraws its offers.
-  server_->disconnect();
-  EXPECT_TRUE(availability_.waitFor(SCAN, false));
 }
 
 /// A UDP socket of the test on `address`:`port`, multicast leaving through the loopback.
@@ -385,101 +333,6 @@ TEST_F(LoopbackTest, EventsSentToTheMulticastGroupNamedByTheAckArrive) {
   EXPECT_TRUE(client_->unsubscribeEvents(lidar));
   close(sd);
   close(service);
-}
-
-/// Another SOME/IP program on the same host, as widely used stacks open it: the SD port on the
-/// wildcard address with address reuse, member of the SD group. It records the destination address of
-/// every datagram it gets.
-class SdNeighbour {
- public:
-  SdNeighbour() {
-    sock_ = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0);
-    const int on = 1;
-    sockaddr_in any{};
-    any.sin_family = AF_INET;
-    any.sin_port = htons(30490);
-    ip_mreq join{};
-    inet_pton(AF_INET, "224.224.224.245", &join.imr_multiaddr);
-    inet_pton(AF_INET, "127.0.0.1", &join.imr_interface);
-    bound_ = sock_ >= 0 && setsockopt(sock_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) == 0 &&
-             setsockopt(sock_, IPPROTO_IP, IP_PKTINFO, &on, sizeof(on)) == 0 &&
-             bind(sock_, reinterpret_cast<sockaddr*>(&any), sizeof(any)) == 0 &&
-             setsockopt(sock_, IPPROTO_IP, IP_ADD_MEMBERSHIP, &join, sizeof(join)) == 0;
-  }
-  ~SdNeighbour() { close(sock_); }
-  bool bound() const { return bound_; }
-
-  /// Destination addresses of what arrived so far (dotted quads).
-  std::set<std::string> destinations() {
-    std::set<std::string> seen;
-    for (int i = 0; i < 10000; ++i) {
-      std::uint8_t data[2048];
-      char control[256];
-      iovec io{data, sizeof(data)};
-      msghdr header{};
-      header.msg_iov = &io;
-      header.msg_iovlen = 1;
-      header.msg_control = control;
-      header.msg_controllen = sizeof(control);
-      if (recvmsg(sock_, &header, 0) < 0) {
-        break;
-      }
-      for (cmsghdr* c = CMSG_FIRSTHDR(&header); c != nullptr; c = CMSG_NXTHDR(&header, c)) {
-        if (c->cmsg_level == IPPROTO_IP && c->cmsg_type == IP_PKTINFO) {
-          in_pktinfo info{};
-          std::memcpy(&info, CMSG_DATA(c), sizeof(info));
-          char text[INET_ADDRSTRLEN] = {};
-          inet_ntop(AF_INET, &info.ipi_addr, text, sizeof(text));
-          seen.insert(text);
-        }
-      }
-    }
-    return seen;
-  }
-
- private:
-  int sock_{-1};
-  bool bound_{false};
-};
-
-TEST_F(LoopbackTest, AnotherStackOnTheWildcardSdPortLeavesDiscoveryAndUnicastSdWorking) {
-  // The neighbour starts after the transports of the fixture, and before the one started below.
-  SdNeighbour neighbour;
-  ASSERT_TRUE(neighbour.bound()) << "the SD port could not be shared: " << std::strerror(errno);
-  auto late = std::make_shared<someip::SomeIpTransport>(optionsFor("127.0.0.4"));
-  ASSERT_EQ(late->connect(), someip::Result::Ok);
-  AvailabilityLog availability;
-  ASSERT_TRUE(late->subscribeAvailability({0x0003}, availability.handler()));
-  ASSERT_TRUE(late->requestService(Address{0x0003, 0xFFFF}));
-  ASSERT_TRUE(availability.waitFor(SCAN, true));
-  const std::uint8_t request[1] = {7};
-  std::uint8_t response[1] = {};
-  EXPECT_EQ(late->callMethod(SCAN, 1, request, 1, response, 1), someip::Result::Ok);
-
-  // The subscription travels by unicast SD both ways (Subscribe to the server, Ack back).
-  std::mutex mutex;
-  std::condition_variable arrived;
-  bool got = false;
-  ASSERT_TRUE(late->subscribeEvents(SCAN, 3, {1}, [&](std::uint16_t, const void*, std::size_t) {
-    std::lock_guard<std::mutex> lock(mutex);
-    got = true;
-    arrived.notify_all();
-  }));
-  const std::uint8_t value[2] = {1, 2};
-  for (int i = 0; i < 50 && !got; ++i) {
-    server_->notifyEvent(SCAN, 1, value, 2);
-    std::unique_lock<std::mutex> lock(mutex);
-    arrived.wait_for(lock, std::chrono::milliseconds(100), [&] { return got; });
-  }
-  EXPECT_TRUE(got);
-  late->disconnect();
-
-  // The neighbour heard the SD group, and none of the unicast SD meant for the transports.
-  const auto destinations = neighbour.destinations();
-  EXPECT_EQ(destinations.count("224.224.224.245"), 1U);
-  for (const char* own : {"127.0.0.2", "127.0.0.3", "127.0.0.4"}) {
-    EXPECT_EQ(destinations.count(own), 0U) << own;
-  }
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "event_subscriptions.hpp"
+#include "sd_entries.hpp"
 #include "support/log_capture.hpp"
 
 namespace {
@@ -14,6 +15,9 @@ namespace {
 using namespace kov::platform::networking::someip;
 using namespace kov::platform::networking::someip::detail;
 using namespace std::chrono_literals;
+using kov::test::fieldsOf;
+using kov::test::sdEntry;
+using kov::test::udpOption;
 
 const Clock::time_point T0{std::chrono::hours(1)};
 constexpr std::uint32_t PEER_A = 0x7F000002;
@@ -39,33 +43,18 @@ RemoteOffer offerFrom(std::uint32_t peer, std::uint8_t major = 1) {
 }
 
 SdEntry answer(const Address& address, std::uint16_t eventgroup, std::uint32_t ttl, std::uint8_t major = 1) {
-  SdEntry entry;
-  entry.type = SdEntryType::SUBSCRIBE_EVENTGROUP_ACK;
-  entry.serviceId = address.serviceId;
-  entry.instanceId = address.instanceId;
-  entry.majorVersion = major;
-  entry.ttl = ttl;
-  entry.eventgroupId = eventgroup;
-  return entry;
+  return sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, address.serviceId, address.instanceId, major, ttl, 0,
+                 eventgroup);
 }
 
 /// Checks that `out` holds exactly one (Stop)SubscribeEventgroup of `address`, event group 1, to `peer`.
 void expectSubscribe(const SdOutbox& out, const Address& address, std::uint32_t peer, std::uint32_t ttl,
                      std::uint8_t major = 1) {
   ASSERT_EQ(out.size(), 1U);
-  const SdOutgoing& sent = out[0];
-  EXPECT_FALSE(sent.multicast);
-  EXPECT_EQ(sent.peerIp, peer);
-  EXPECT_EQ(sent.entry.type, SdEntryType::SUBSCRIBE_EVENTGROUP);
-  EXPECT_EQ(sent.entry.serviceId, address.serviceId);
-  EXPECT_EQ(sent.entry.instanceId, address.instanceId);
-  EXPECT_EQ(sent.entry.majorVersion, major);
-  EXPECT_EQ(sent.entry.ttl, ttl);
-  EXPECT_EQ(sent.entry.eventgroupId, 1);
-  ASSERT_EQ(sent.entry.options.size(), 1U);
-  const SdOption& own = sent.entry.options[0];
-  EXPECT_TRUE(own.type == SdOptionType::IPV4_ENDPOINT && own.protocol == 0x11 && own.address == OWN.ip &&
-              own.port == OWN.port);
+  EXPECT_TRUE(!out[0].multicast && out[0].peerIp == peer);
+  EXPECT_EQ(fieldsOf(out[0].entry),
+            fieldsOf(sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, address.serviceId, address.instanceId, major,
+                             ttl, 0, 1, 0, {udpOption(OWN)})));
 }
 
 TEST(EventSubscriptions, SubscribesWhenOfferedAndRenewsAtHalfTheTtl) {

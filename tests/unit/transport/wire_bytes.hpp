@@ -24,6 +24,14 @@ inline void put32(Bytes& out, std::uint32_t value) {
   put16(out, static_cast<std::uint16_t>(value));
 }
 
+inline Bytes concat(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const auto& part : parts) {
+    all.insert(all.end(), part.begin(), part.end());
+  }
+  return all;
+}
+
 /// Header fields of one SOME/IP message; the length field is computed from the payload.
 struct Header {
   std::uint16_t service;
@@ -61,9 +69,9 @@ inline Bytes entryHead(std::uint8_t type, std::uint16_t service, std::uint16_t i
 }
 
 /// Service entry: FindService 0x00, OfferService 0x01 (TTL 0: StopOffer).
-inline Bytes serviceEntry(std::uint8_t type, std::uint16_t service, std::uint16_t instance, std::uint8_t major,
-                          std::uint32_t ttl, std::uint32_t minor, std::uint8_t firstOption,
-                          std::uint8_t optionCount) {
+inline Bytes serviceEntry(std::uint8_t type, std::uint16_t service, std::uint16_t instance,
+                          std::uint8_t major, std::uint32_t ttl, std::uint32_t minor,
+                          std::uint8_t firstOption, std::uint8_t optionCount) {
   Bytes out = entryHead(type, service, instance, major, ttl, firstOption, optionCount);
   put32(out, minor);
   return out;

@@ -8,10 +8,12 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "fake_network.hpp"
 #include "someip/call_result.hpp"
+#include "support/availability_reports.hpp"
 #include "support/log_capture.hpp"
 #include "transport_core.hpp"
 #include "wire_bytes.hpp"
@@ -22,6 +24,7 @@ using namespace kov::platform::networking::someip;
 using namespace kov::test::wire;
 using namespace std::chrono_literals;
 using kov::test::FakeNetwork;
+using Reports = kov::test::AvailabilityReports;
 using Address = kov::platform::networking::ISomeIpTransport::Address;
 using Channel = detail::Channel;
 
@@ -31,29 +34,6 @@ constexpr std::uint32_t GROUP = 0xE0E0E0F5;  // 224.224.224.245
 const Endpoint PEER_SD{PEER, 30490};
 const Endpoint PEER_SERVICE{PEER, 30501};
 constexpr Address SCAN{0x0003, 0x0010};
-
-/// Availability reports as the dispatch thread delivers them, with a bounded wait.
-class Reports {
- public:
-  kov::platform::networking::ISomeIpTransport::AvailabilityHandler handler() {
-    return [this](const Address& address, bool available) {
-      std::lock_guard<std::mutex> lock(mutex_);
-      text_ += (available ? "+" : "-") + std::to_string(address.instanceId) + " ";
-      changed_.notify_all();
-    };
-  }
-  /// Waits until the reports read `expected`, and returns what they read.
-  std::string waitFor(const std::string& expected) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait_for(lock, 5s, [&] { return text_ == expected; });
-    return text_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::string text_;
-};
 
 Bytes offerOf(std::uint16_t session, std::uint32_t ttl, std::uint8_t flags = 0xC0) {
   return sdMessage(flags, session, {serviceEntry(0x01, 0x0003, 0x0010, 0x01, ttl, 0, 0, 1)},
@@ -143,7 +123,8 @@ TEST_F(WiringTest, FindOfferStopOfferTtlAndRebootBecomeReportsAndEndWaitingCalls
   const std::vector<Answer> answers{
       {"response", 0x80, 0x00, {0xA1, 0xA2}, Result::Ok, {0xA1, 0xA2}},
       {"reserved bits of E_OK ignored", 0x80, 0xC0, {0xB1, 0xB2}, Result::Ok, {0xB1, 0xB2}},
-      {"response of the wrong size", 0x80, 0x00, {0xA1}, RESULT_SIZE_MISMATCH, {0, 0}},
+      {"response too short", 0x80, 0x00, {0xA1}, RESULT_SIZE_MISMATCH, {0, 0}},
+      {"response too long", 0x80, 0x00, {0xA1, 0xA2, 0xA3}, RESULT_SIZE_MISMATCH, {0, 0}},
       {"error E_NOT_REACHABLE with reserved bits", 0x81, 0x45, {}, static_cast<Result>(0x105), {0, 0}},
       {"response with E_NOT_READY", 0x80, 0x04, {0xA1, 0xA2}, static_cast<Result>(0x104), {0, 0}},
   };
@@ -413,6 +394,26 @@ TEST_F(WiringTest, ConnectAndDisconnectFromTwoThreadsNeverHangAndEachConnectionS
   const Bytes find = sentTo({GROUP, 30490});
   ASSERT_GE(find.size(), 17U);
   EXPECT_EQ((Bytes{find[10], find[11], find[16]}), (Bytes{0x00, 0x01, 0xC0}));
+}
+
+TEST_F(WiringTest, ConnectRefusesOptionsThatCannotWorkWithOneLine) {
+  const std::vector<std::tuple<const char*, std::uint16_t, std::string>> cases{
+      {"239.255.255.255", 30490, ""},  // accepted
+      {"240.0.0.1", 30490, "sdMulticastAddress '240.0.0.1' is not an IPv4 multicast address"},
+      {"223.255.255.255", 30490, "sdMulticastAddress '223.255.255.255' is not an IPv4 multicast address"},
+      {"224.224.224.245", 0, "sdPort must not be 0"}};
+  for (const auto& [group, port, problem] : cases) {
+    TransportOptions options = defaultOptions();
+    options.sdMulticastAddress = group;
+    options.sdPort = port;
+    log_.clear();
+    detail::TransportCore core(options, std::make_unique<FakeNetwork>());
+    EXPECT_EQ(core.connect(), problem.empty() ? Result::Ok : RESULT_SOCKET_ERROR) << group;
+    core.disconnect();
+    EXPECT_EQ(log_.count("ERROR", "SOME/IP transport options rejected: " + problem),
+              problem.empty() ? 0U : 1U)
+        << log_.text();
+  }
 }
 
 TEST(DispatchQueue, TheBytesOfTasksThatRanAreFreedForTheNextOnes) {
