@@ -193,7 +193,7 @@ CONFIGURE_FLAGS = [
     "-DKOV_BUILD_BENCHMARKS=OFF",
     "-DKOV_NETWORK_TESTS=OFF",
 ]
-BUILD_JOBS = "2"
+BUILD_JOBS = os.environ.get("MUTANTS_JOBS", "2")  # parallel build and test jobs
 TEST_TIMEOUT_S = 120  # per test, given to ctest
 SUITE_TIMEOUT_S = 900  # the whole ctest run; beyond it the run is killed and the fault counts as caught
 BUILD_TIMEOUT_S = 3600
