@@ -12,6 +12,7 @@ as killed: a hang is a caught fault.
     scripts/mutants.sh --only client   # the faults whose name or file contains "client"
     scripts/mutants.sh --list          # print the list, with the stale entries marked
     scripts/mutants.sh --keep          # keep the worktree afterwards (its path is printed)
+    MUTANTS_JOBS=1 scripts/mutants.sh  # build and test with one job (2 by default)
 """
 
 import argparse
