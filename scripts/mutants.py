@@ -122,6 +122,9 @@ FAULTS = [
          find="      allReleased = false;\n", replace=""),
     dict(name="sc-failed-client-kept", file="src/units/sensor_control/src/sensor_control.cpp",
          find="    clients_.erase(entry);\n", replace=""),
+    dict(name="sc-stop-second-pass-dropped", file="src/units/sensor_control/src/sensor_control.cpp",
+         find="  closeAvailabilityHandler();\n  markAllUnavailable();\n  started_ = false;",
+         replace="  closeAvailabilityHandler();\n  started_ = false;"),
     dict(name="sc-legacy-client-not-cached", file="src/units/sensor_control/src/sensor_control.cpp",
          find="      legacyClient_ = entry.second;\n      return legacyClient_;", replace="      return entry.second;",
          why="the scan finds the same client again; the two differ only if a report arrives while a new client "

@@ -1,5 +1,6 @@
 // The simulated fleet as a transport: what it reports, on which thread, how it answers method calls,
-// and that handlers are never called after their unsubscribe returned.
+// and that handlers are never called after their unsubscribe returned. Calls into the fleet from its
+// own availability handler are what the library makes in every veskctl demo (veskctl_end_to_end_test).
 
 #include <gtest/gtest.h>
 
@@ -57,6 +58,10 @@ TEST(SimulatedFleetTest, ReportsRequestedServicesOnItsOwnThreadAndOnlyChanges) {
   ASSERT_TRUE(fleet.setSensorOnline(0x11, false));  // no change, no report
   ASSERT_TRUE(fleet.setSensorOnline(0x11, true));
   EXPECT_FALSE(fleet.setSensorOnline(0x99, false));
+  ASSERT_TRUE(fleet.drain(BOUND));
+  ASSERT_TRUE(fleet.unsubscribeAvailability());
+  EXPECT_FALSE(fleet.unsubscribeAvailability());
+  ASSERT_TRUE(fleet.setSensorOnline(0x11, false));  // nobody listens any more
   ASSERT_TRUE(fleet.drain(BOUND));
   std::lock_guard<std::mutex> lock(mutex);
   EXPECT_EQ(seen, "3:3+ 3:16+ 3:17+ 2:2+ 2:16+ 2:17+ 2:17- 3:17- 2:17+ 3:17+ ");
@@ -130,48 +135,18 @@ TEST(SimulatedFleetTest, NoEventHandlerRunsAfterUnsubscribeReturnedEvenMidDelive
   ASSERT_TRUE(fleet.drain(BOUND));
   EXPECT_EQ(calls, 1);
   EXPECT_FALSE(fleet.unsubscribeEvents({3, 0x10}));
-}
 
-TEST(SimulatedFleetTest, AcceptsCallsIntoItselfFromItsHandlersAndStopsReportingAfterUnsubscribe) {
-  SimulatedFleet fleet(fastConfig());
-  ASSERT_EQ(fleet.connect(), Result::Ok);
-  std::atomic<int> reports{0};
-  std::atomic<int> events{0};
+  // A handler that unsubscribes itself: no self-deadlock, and no call after that.
   std::atomic<int> selfCalls{0};
-  std::atomic<bool> nestedOk{true};
-  ASSERT_TRUE(fleet.subscribeAvailability({3}, [&](const Address& address, bool available) {
-    ++reports;
-    // What the library does from its availability handler: (un)subscribe the instance's events.
-    nestedOk = nestedOk &&
-               (available ? fleet.subscribeEvents(address, 3, {1, 2, 3},
-                                                  [&](std::uint16_t, const void*, std::size_t) { ++events; })
-                          : fleet.unsubscribeEvents(address));
-  }));
-  ASSERT_TRUE(fleet.requestService({3, 0xFFFF}));
-  ASSERT_TRUE(fleet.drain(BOUND));
-  EXPECT_EQ(reports, 2);
-  EXPECT_EQ(events, 6) << "achieved settings, datum and pattern status of two sensors";
-  ASSERT_TRUE(fleet.setSensorOnline(0x10, false));
-  ASSERT_TRUE(fleet.drain(BOUND));
-  EXPECT_EQ(reports, 3);
-  EXPECT_TRUE(nestedOk);
-
-  ASSERT_TRUE(fleet.unsubscribeAvailability());
-  ASSERT_TRUE(fleet.setSensorOnline(0x10, true));
-  ASSERT_TRUE(fleet.drain(BOUND));
-  EXPECT_EQ(reports, 3);
-  EXPECT_FALSE(fleet.unsubscribeAvailability());
-
-  // An event handler that unsubscribes itself: no self-deadlock, and no call after that.
+  std::atomic<bool> unsubscribed{false};
   ASSERT_TRUE(fleet.subscribeEvents({2, 0x10}, 2, {1, 2}, [&](std::uint16_t, const void*, std::size_t) {
     ++selfCalls;
-    nestedOk = nestedOk && fleet.unsubscribeEvents({2, 0x10});
+    unsubscribed = fleet.unsubscribeEvents({2, 0x10});
   }));
   ASSERT_TRUE(fleet.drain(BOUND));
   EXPECT_FALSE(fleet.injectEvent(0x10, 2, 2, "abcd", 4));
   EXPECT_EQ(selfCalls, 1);
-  EXPECT_TRUE(nestedOk);
-  EXPECT_EQ(fleet.disconnect(), Result::Ok);
+  EXPECT_TRUE(unsubscribed);
 }
 
 TEST(ModeSequencer, EachStepFallsDueExactlyOneStepAfterThePrevious) {

@@ -262,39 +262,10 @@ TEST(VeskctlEndToEndTest, BadCommandLinesExitWithTwoAndOneMessageNamingOptionVal
   EXPECT_EQ(foreign.status, 4) << foreign.err;
 }
 
-TEST(VeskctlEndToEndTest, VersionAndHelpShowTheProjectVersionGlobalOptionsDefaultsAndLegend) {
+TEST(VeskctlEndToEndTest, VersionIsTheProjectVersion) {
   const auto version = runVeskctl({"--version"});
   EXPECT_EQ(version.status, 0);
   EXPECT_EQ(version.out, "veskctl " VESKCTL_VERSION "\n");
-  const auto top = runVeskctl({"--help"});
-  EXPECT_NE(top.out.find("no new sensor and no new service was reported for 500 ms"), std::string::npos)
-      << top.out;
-
-  const std::vector<std::pair<std::string, std::vector<std::string>>> helps{
-      {"demo", {"--fault"}},
-      {"list", {"--sensor ID"}},
-      {"get", {"--sensor ID"}},
-      {"set",
-       {"--frame-rate HZ", "Values persist", "vesk-sensord", "--transport someip --unicast ADDR",
-        "Scan pattern of at most 88 comma-separated commands"}},
-      {"watch",
-       {"--seconds SECONDS=2", "value2 = supply voltage (V)", "flag1 = laser emitting",
-        "value1 = frame rate achieved (Hz)"}},
-  };
-  for (const auto& [command, specific] : helps) {
-    const auto help = runVeskctl({command, "--help"});
-    EXPECT_EQ(help.status, 0) << command;
-    std::vector<std::string> expected = specific;
-    for (const std::string global :
-         {"--json", "--verbose", "--log-level TEXT:{trace,debug,info,warn,error,fatal,off}=info",
-          "--transport TEXT:{sim,someip}=sim", "--sensors UINT:INT in [1 - 64]=3", "--unicast ADDR",
-          "--sd-multicast ADDR=224.224.224.245", "--sd-port PORT=30490", "--discovery-timeout SECONDS=5"}) {
-      expected.push_back(global);
-    }
-    for (const auto& text : expected) {
-      EXPECT_NE(help.out.find(text), std::string::npos) << command << ": " << text << "\n" << help.out;
-    }
-  }
 }
 
 }  // namespace

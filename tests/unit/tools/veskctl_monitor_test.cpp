@@ -67,96 +67,59 @@ const Bytes REQUEST = {0x00, 0x03, 0x80, 0x01, 0x00, 0x00, 0x00, 0x08,
                        0x00, 0x01, 0x00, 0x01, 0x01, 0x01, 0x00, 0x00};
 
 TEST(VeskctlMonitorTest, DescribesEachSdEntryAndEachRefusedDatagram) {
-  struct Case {
-    const char* what;
-    const Bytes& datagram;
-    bool json;
-    std::optional<std::uint16_t> service;
-    std::vector<std::string> lines;
-  };
   const std::string at = "    1.250  127.0.0.2:30490        ";
   const std::string jsonAt = "{\"time\":1.250,\"sender\":\"127.0.0.2:30490\",";
-  const Case cases[] = {
-      {"offer",
-       OFFER,
-       false,
-       std::nullopt,
-       {at + "OfferService             service=0x0003 instance=0x0010 version=1.0 ttl=3 reboot=yes "
-             "endpoints=127.0.0.2:40001/udp"}},
-      {"offer, json",
-       OFFER,
-       true,
-       std::nullopt,
-       {jsonAt + "\"type\":\"OfferService\",\"service\":\"0x0003\",\"instance\":\"0x0010\",\"major\":1,"
-                 "\"minor\":0,\"ttl\":3,\"reboot\":true,\"endpoints\":[\"127.0.0.2:40001/udp\"]}"}},
-      {"stop offer",
-       STOP_OFFER,
-       false,
-       std::nullopt,
-       {at + "StopOfferService         service=0x0002 instance=0x0010 version=1.0 ttl=0 reboot=no"}},
-      {"stop offer, json",
-       STOP_OFFER,
-       true,
-       std::nullopt,
-       {jsonAt + "\"type\":\"StopOfferService\",\"service\":\"0x0002\",\"instance\":\"0x0010\",\"major\":1,"
-                 "\"minor\":0,\"ttl\":0,\"reboot\":false,\"endpoints\":[]}"}},
-      {"subscribe",
-       SUBSCRIBE,
-       false,
-       std::nullopt,
-       {at + "SubscribeEventgroup      service=0x0003 instance=0x0010 eventgroup=0x0003 ttl=3 reboot=no "
-             "endpoints=127.0.0.3:41000/udp,239.1.2.3:5000/udp(multicast)"}},
-      {"subscribe, json",
-       SUBSCRIBE,
-       true,
-       std::nullopt,
-       {jsonAt + "\"type\":\"SubscribeEventgroup\",\"service\":\"0x0003\",\"instance\":\"0x0010\","
-                 "\"eventgroup\":\"0x0003\",\"ttl\":3,\"reboot\":false,"
-                 "\"endpoints\":[\"127.0.0.3:41000/udp\",\"239.1.2.3:5000/udp(multicast)\"]}"}},
-      {"nack and find",
-       NACK_AND_FIND,
-       false,
-       std::nullopt,
-       {at + "SubscribeEventgroupNack  service=0x0003 instance=0x0010 eventgroup=0x0003 ttl=0 reboot=no",
-        at + "FindService              service=0x0004 instance=0xffff version=any.any ttl=3 reboot=no"}},
-      {"nack and find, json",
-       NACK_AND_FIND,
-       true,
-       std::nullopt,
-       {jsonAt + "\"type\":\"SubscribeEventgroupNack\",\"service\":\"0x0003\",\"instance\":\"0x0010\","
-                 "\"eventgroup\":\"0x0003\",\"ttl\":0,\"reboot\":false,\"endpoints\":[]}",
-        jsonAt + "\"type\":\"FindService\",\"service\":\"0x0004\",\"instance\":\"0xffff\",\"major\":255,"
-                 "\"minor\":4294967295,\"ttl\":3,\"reboot\":false,\"endpoints\":[]}"}},
-      {"only service 4",
-       NACK_AND_FIND,
-       false,
-       0x0004,
-       {at + "FindService              service=0x0004 instance=0xffff version=any.any ttl=3 reboot=no"}},
-      {"only service 2", OFFER, false, 0x0002, {}},
-      {"odd entries array",
-       ODD_ENTRIES,
-       false,
-       0x0002,
-       {at + "malformed                SD payload refused: entries array length not a multiple of 16"}},
-      {"short datagram, json",
-       SHORT,
-       true,
-       std::nullopt,
-       {jsonAt + "\"type\":\"malformed\",\"reason\":\"SOME/IP header refused: truncated header\"}"}},
-      {"request on the SD port",
-       REQUEST,
-       false,
-       std::nullopt,
-       {at + "malformed                not an SD message: service 0x0003, method 0x8001"}},
-  };
-  for (const auto& c : cases) {
+  const auto expectLines = [](const char* what, const Bytes& datagram, bool json,
+                              std::optional<std::uint16_t> service, const std::vector<std::string>& lines) {
     MonitorLineContext context;
     context.seconds = 1.25;
     context.sender = "127.0.0.2:30490";
-    context.json = c.json;
-    context.service = c.service;
-    EXPECT_EQ(describeSdDatagram(c.datagram.data(), c.datagram.size(), context), c.lines) << c.what;
-  }
+    context.json = json;
+    context.service = service;
+    EXPECT_EQ(describeSdDatagram(datagram.data(), datagram.size(), context), lines) << what;
+  };
+  expectLines("offer", OFFER, false, std::nullopt,
+              {at + "OfferService             service=0x0003 instance=0x0010 version=1.0 ttl=3 reboot=yes "
+                    "endpoints=127.0.0.2:40001/udp"});
+  expectLines(
+      "offer, json", OFFER, true, std::nullopt,
+      {jsonAt + "\"type\":\"OfferService\",\"service\":\"0x0003\",\"instance\":\"0x0010\",\"major\":1,"
+                "\"minor\":0,\"ttl\":3,\"reboot\":true,\"endpoints\":[\"127.0.0.2:40001/udp\"]}"});
+  expectLines("stop offer", STOP_OFFER, false, std::nullopt,
+              {at + "StopOfferService         service=0x0002 instance=0x0010 version=1.0 ttl=0 reboot=no"});
+  expectLines(
+      "stop offer, json", STOP_OFFER, true, std::nullopt,
+      {jsonAt + "\"type\":\"StopOfferService\",\"service\":\"0x0002\",\"instance\":\"0x0010\",\"major\":1,"
+                "\"minor\":0,\"ttl\":0,\"reboot\":false,\"endpoints\":[]}"});
+  expectLines(
+      "subscribe", SUBSCRIBE, false, std::nullopt,
+      {at + "SubscribeEventgroup      service=0x0003 instance=0x0010 eventgroup=0x0003 ttl=3 reboot=no "
+            "endpoints=127.0.0.3:41000/udp,239.1.2.3:5000/udp(multicast)"});
+  expectLines("subscribe, json", SUBSCRIBE, true, std::nullopt,
+              {jsonAt + "\"type\":\"SubscribeEventgroup\",\"service\":\"0x0003\",\"instance\":\"0x0010\","
+                        "\"eventgroup\":\"0x0003\",\"ttl\":3,\"reboot\":false,"
+                        "\"endpoints\":[\"127.0.0.3:41000/udp\",\"239.1.2.3:5000/udp(multicast)\"]}"});
+  expectLines(
+      "nack and find", NACK_AND_FIND, false, std::nullopt,
+      {at + "SubscribeEventgroupNack  service=0x0003 instance=0x0010 eventgroup=0x0003 ttl=0 reboot=no",
+       at + "FindService              service=0x0004 instance=0xffff version=any.any ttl=3 reboot=no"});
+  expectLines(
+      "nack and find, json", NACK_AND_FIND, true, std::nullopt,
+      {jsonAt + "\"type\":\"SubscribeEventgroupNack\",\"service\":\"0x0003\",\"instance\":\"0x0010\","
+                "\"eventgroup\":\"0x0003\",\"ttl\":0,\"reboot\":false,\"endpoints\":[]}",
+       jsonAt + "\"type\":\"FindService\",\"service\":\"0x0004\",\"instance\":\"0xffff\",\"major\":255,"
+                "\"minor\":4294967295,\"ttl\":3,\"reboot\":false,\"endpoints\":[]}"});
+  expectLines(
+      "only service 4", NACK_AND_FIND, false, 0x0004,
+      {at + "FindService              service=0x0004 instance=0xffff version=any.any ttl=3 reboot=no"});
+  expectLines("only service 2", OFFER, false, 0x0002, {});
+  expectLines(
+      "odd entries array", ODD_ENTRIES, false, 0x0002,
+      {at + "malformed                SD payload refused: entries array length not a multiple of 16"});
+  expectLines("short datagram, json", SHORT, true, std::nullopt,
+              {jsonAt + "\"type\":\"malformed\",\"reason\":\"SOME/IP header refused: truncated header\"}"});
+  expectLines("request on the SD port", REQUEST, false, std::nullopt,
+              {at + "malformed                not an SD message: service 0x0003, method 0x8001"});
 }
 
 }  // namespace
