@@ -5,6 +5,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -34,7 +35,9 @@ class ThrowingLogger : public ILogger {
   void sendLogMessage(std::shared_ptr<LogData> /*data*/) override { throw std::runtime_error("sink down"); }
 };
 
-std::string messageOf(const std::shared_ptr<LogData>& data) { return getLogEntry(data).message; }
+std::string messageOf(const std::shared_ptr<LogData>& data) {
+  return getLogEntry(data).message;
+}
 
 TEST(LogMessage, DefaultFormatPrefixesLevelFileAndLine) {
   RecordingLogger logger;
@@ -90,14 +93,11 @@ TEST(LogMessage, FileNameExtraction) {
 }
 
 TEST(LogMessage, LevelNames) {
-  EXPECT_STREQ(LogMessage::getLevelName(LogLevel::TRACE), "TRACE");
-  EXPECT_STREQ(LogMessage::getLevelName(LogLevel::DEBUG), "DEBUG");
-  EXPECT_STREQ(LogMessage::getLevelName(LogLevel::INFO), "INFO");
-  EXPECT_STREQ(LogMessage::getLevelName(LogLevel::WARN), "WARN");
-  EXPECT_STREQ(LogMessage::getLevelName(LogLevel::ERROR), "ERROR");
-  EXPECT_STREQ(LogMessage::getLevelName(LogLevel::FATAL), "FATAL");
-  for (std::uint32_t value : {0U, 3U, 64U}) {
-    EXPECT_STREQ(LogMessage::getLevelName(static_cast<LogLevel>(value)), "UNDEFINED") << value;
+  const std::pair<std::uint32_t, const char*> names[] = {{0, "UNDEFINED"}, {1, "TRACE"},  {2, "DEBUG"},
+                                                         {3, "UNDEFINED"}, {4, "INFO"},   {8, "WARN"},
+                                                         {16, "ERROR"},    {32, "FATAL"}, {64, "UNDEFINED"}};
+  for (const auto& [value, name] : names) {
+    EXPECT_STREQ(LogMessage::getLevelName(static_cast<LogLevel>(value)), name) << value;
   }
 }
 
