@@ -136,14 +136,17 @@ wait_for_lines() {
   return 1
 }
 
-# Waits until file $1 (not timestamped) contains fixed text $2, for at most $3 ms.
-wait_for_text() {
-  local deadline=$(($(now_us) + $3 * 1000))
-  until grep -qF -- "$2" "$1" 2>/dev/null; do
+# Runs "${@:2}" every 20 ms until it succeeds (its output shown), for at most $1 ms; false on timeout.
+retry_for() {
+  local deadline=$(($(now_us) + $1 * 1000))
+  until "${@:2}"; do
     (($(now_us) < deadline)) || return 1
     sleep 0.02
   done
 }
+
+# Waits until file $1 (not timestamped) contains fixed text $2, for at most $3 ms.
+wait_for_text() { retry_for "$3" grep -qsF -- "$2" "$1"; }
 
 # Waits up to $2 ms for child process $1 to end and puts its exit status in $exit_status; when it
 # hangs, kills it and returns false.
@@ -181,10 +184,4 @@ reported_all() {
 }
 
 # reported_all file since want pairs, retried for at most $5 ms; $6 is reported_all's $5.
-wait_reported() {
-  local deadline=$(($(now_us) + $5 * 1000))
-  until reported_all "$1" "$2" "$3" "$4" "${6:-latest}"; do
-    (($(now_us) < deadline)) || return 1
-    sleep 0.02
-  done
-}
+wait_reported() { retry_for "$5" reported_all "$1" "$2" "$3" "$4" "${6:-latest}"; }

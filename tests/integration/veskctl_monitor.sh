@@ -15,15 +15,11 @@ readonly SENSOR=127.0.0.2 MONITOR=127.0.0.3
 monitor_pid=""
 loopback_netns "kovmon-$$"
 
-# Waits until the monitor's two SD sockets are bound (the group and its own address, port 30490).
-wait_monitor_listening() {
-  local deadline=$(($(now_us) + 5000000)) bound
-  while (($(now_us) < deadline)); do
-    bound="$(nsx ss -Hlun 'sport = :30490' 2>/dev/null || true)"
-    grep -q "224.224.224.245:30490" <<< "$bound" && grep -q "$MONITOR:30490" <<< "$bound" && return 0
-    sleep 0.02
-  done
-  return 1
+# True once the monitor's two SD sockets are bound (the group and its own address, port 30490).
+monitor_listening() {
+  local bound
+  bound="$(nsx ss -Hlun 'sport = :30490' 2>/dev/null || true)"
+  grep -q "224.224.224.245:30490" <<< "$bound" && grep -q "$MONITOR:30490" <<< "$bound"
 }
 
 # The services 0x0002..0x0004 of instance 0x0010 from the daemon, as "$1" entries (JSON lines) after
@@ -34,14 +30,7 @@ count_entries() {
                and (.service | IN("0x0002", "0x0003", "0x0004"))) | .service) | unique | length == 3' \
     > /dev/null 2>&1
 }
-
-wait_entries() {
-  local deadline=$(($(now_us) + $3 * 1000))
-  until count_entries "$1" "$2"; do
-    (($(now_us) < deadline)) || return 1
-    sleep 0.05
-  done
-}
+wait_entries() { retry_for "$3" count_entries "$1" "$2"; }
 
 step "--seconds ends the monitor by itself"
 started=$(now_us)
@@ -55,7 +44,7 @@ step "offers, StopOffers on SIGTERM, offers again after the restart"
 ip netns exec "$ns" "$veskctl" monitor --unicast "$MONITOR" --json --seconds 60 \
   > "$work/monitor.out" 2> "$work/monitor.err" &
 monitor_pid=$!
-wait_monitor_listening || fail "veskctl monitor did not bind its SD sockets within 5 s"
+retry_for 5000 monitor_listening || fail "veskctl monitor did not bind its SD sockets within 5 s"
 start_sensord "$ns" "$SENSOR" sensord1.out --sensors 1
 wait_entries OfferService 0 5000 || fail "the monitor did not show the offers of all three services"
 stop_sensord "$sensord_pid"

@@ -280,8 +280,12 @@ TEST_F(WiringTest, EventsArriveByUnicastAndAtTheMulticastGroupOfTheAck) {
   std::mutex mutex;
   std::condition_variable arrived;
   std::vector<std::pair<std::uint16_t, Bytes>> events;
+  std::atomic<bool> unsubscribed{false};
+  std::atomic<int> late{0};
   ASSERT_TRUE(core_->subscribeEvents(SCAN, 0x0001, {0x0001},
                                      [&](std::uint16_t id, const void* data, std::size_t size) {
+                                       std::this_thread::sleep_for(1ms);  // events queue up behind
+                                       late += unsubscribed ? 1 : 0;
                                        std::lock_guard<std::mutex> lock(mutex);
                                        const auto* bytes = static_cast<const std::uint8_t*>(data);
                                        events.emplace_back(id, Bytes(bytes, bytes + size));
@@ -308,11 +312,81 @@ TEST_F(WiringTest, EventsArriveByUnicastAndAtTheMulticastGroupOfTheAck) {
     ASSERT_TRUE(arrived.wait_for(lock, 5s, [&] { return events.size() >= 2; }));
     EXPECT_EQ(events, (std::vector<std::pair<std::uint16_t, Bytes>>{{1, {0x03}}, {1, {0x04}}}));
   }
+  // Events keep coming while unsubscribing: no handler runs once unsubscribeEvents returned.
+  std::atomic<bool> stop{false};
+  std::thread publisher([&] {
+    for (int i = 0; i < 2000 && !stop; ++i) {
+      net_->deliver(Channel::CLIENT, PEER_SERVICE, message(event, {0x05}));
+    }
+  });
+  {
+    std::unique_lock<std::mutex> lock(mutex);
+    ASSERT_TRUE(arrived.wait_for(lock, 5s, [&] { return events.size() >= 3; }));
+  }
   ASSERT_TRUE(core_->unsubscribeEvents(SCAN));
+  unsubscribed = true;
+  std::this_thread::sleep_for(20ms);
+  stop = true;
+  publisher.join();
+  EXPECT_EQ(late.load(), 0);
+  EXPECT_FALSE(core_->unsubscribeEvents(SCAN));
   EXPECT_TRUE(net_->groups().empty());
   EXPECT_EQ(sentTo(PEER_SD),
             sdMessage(0xC0, 2, {eventgroupEntry(0x06, 0x0003, 0x0010, 0x01, 0, 0x0001, 0, 1)},
                       {ipv4Option(0x04, OWN, 0x11, FakeNetwork::CLIENT_PORT)}));
+}
+
+TEST_F(WiringTest, ASlowHandlerStallsNeitherCallsNorMemoryAndDroppedEventsAreLoggedOnce) {
+  TransportOptions options = defaultOptions();
+  options.maxHandlerBacklog = 50;
+  options.maxHandlerBacklogBytes = 4096;
+  start(options);
+  Reports reports;
+  discoverScan(reports);
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool release = false;
+  std::size_t entered = 0;
+  ASSERT_TRUE(core_->subscribeEvents(SCAN, 0x0001, {0x0001}, [&](std::uint16_t, const void*, std::size_t) {
+    std::unique_lock<std::mutex> lock(mutex);
+    ++entered;
+    changed.notify_all();
+    changed.wait_for(lock, 5s, [&] { return release; });  // the first call holds the dispatch thread
+  }));
+  const Bytes event = message({0x0003, 0x8001, 0x0000, 0x0001, 0x01, 0x01, 0x02, 0x00}, {0x07});
+  const auto handled = [&](std::size_t count) {
+    net_->deliver(Channel::CLIENT, PEER_SERVICE, event);
+    std::unique_lock<std::mutex> lock(mutex);
+    return changed.wait_for(lock, 5s, [&] { return entered == count; });
+  };
+  ASSERT_TRUE(handled(1));
+  for (int i = 0; i < 199; ++i) {  // 50 are queued behind the blocked handler, 149 dropped
+    net_->deliver(Channel::CLIENT, PEER_SERVICE, event);
+  }
+  // Reception goes on behind the blocked handler: a call is answered.
+  auto call =
+      std::async(std::launch::async, [&] { return core_->callMethod(SCAN, 0x0001, nullptr, 0, nullptr, 0); });
+  Bytes response = sentTo(PEER_SERVICE, Channel::CLIENT);
+  response.at(14) = 0x80;
+  net_->deliver(Channel::CLIENT, PEER_SERVICE, response);
+  ASSERT_EQ(call.wait_for(5s), std::future_status::ready);
+  EXPECT_EQ(call.get(), Result::Ok);
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    release = true;
+  }
+  changed.notify_all();
+  {
+    std::unique_lock<std::mutex> lock(mutex);
+    ASSERT_TRUE(changed.wait_for(lock, 5s, [&] { return entered == 51; }));  // the backlog drained
+  }
+  ASSERT_TRUE(handled(52));  // queued again
+  core_->disconnect();
+  EXPECT_EQ(entered, 52U) << "the blocked event, the 50 queued behind it and the one after";
+  EXPECT_EQ(log_.lines(), (std::vector<std::string>{
+                              "WARN: Handlers fall behind: dropping event 0x1 and what follows while 50 "
+                              "tasks or 4096 bytes wait",
+                              "WARN: Handlers caught up; 149 events or requests were dropped"}));
 }
 
 TEST_F(WiringTest, ProblemsAreLoggedOncePerPeerAndKindPerIntervalWithTheSuppressedCount) {
