@@ -108,7 +108,7 @@ def test_offline_sensor_is_unavailable_and_comes_back(simulated_fleet):
      "point attribute 256 out of range [0;255]"),
     (lambda s: s.set_datapath_destination("::1", 80), INFO_SERVICE, 0x000B,
      "stringToIPAddress - failed to convert IPv4 address (::1) to encoded format"),
-    (lambda s: s.set_datapath_destination("10.0.0.1", 65536), INFO_SERVICE, 0x000B,
+    (lambda s: s.set_datapath_destination("192.0.2.1", 65536), INFO_SERVICE, 0x000B,
      "port 65536 out of range [0;65535]"),
     (lambda s: s.set_system_mode(3), MODE_SERVICE, 0x8002, "cannot convert"),
     (lambda s: s.set_scan_datum(float("nan")), SCAN_SERVICE, 0x8004, "degrees must be a finite number"),
@@ -123,7 +123,7 @@ def test_refused_values_raise_before_anything_is_sent(simulated_fleet, call, ser
     assert str(raised.value).startswith(message)
     with pytest.raises(Rejected):
         {MODE_SERVICE: lambda: sensor.set_system_mode(1), INFO_SERVICE: lambda: sensor.set_datapath_destination(
-            "10.0.0.1", 1), SCAN_SERVICE: lambda: call_valid_scan(sensor, method)}[service]()
+            "192.0.2.1", 1), SCAN_SERVICE: lambda: call_valid_scan(sensor, method)}[service]()
 
 
 def call_valid_scan(sensor, method):

@@ -471,6 +471,8 @@ TEST_F(WiringTest, ConnectAndDisconnectFromTwoThreadsNeverHangAndEachConnectionS
 }
 
 TEST_F(WiringTest, ConnectRefusesOptionsThatCannotWorkWithOneLine) {
+  // The edges of the IPv4 multicast range (224.0.0.0/4), only parsed: the fake network sends nothing,
+  // and a refused group never reaches it.
   const std::vector<std::tuple<const char*, std::uint16_t, std::string>> cases{
       {"239.255.255.255", 30490, ""},  // accepted
       {"240.0.0.1", 30490, "sdMulticastAddress '240.0.0.1' is not an IPv4 multicast address"},
