@@ -27,11 +27,12 @@ struct LoopbackSocket {
   ~LoopbackSocket() { net::closeSocket(fd); }
 };
 
-sockaddr_in boundAddress(int fd) {
+/// "address:port" a socket is bound to.
+std::string boundAddress(int fd) {
   sockaddr_in address{};
   socklen_t length = sizeof(address);
   EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length), 0);
-  return address;
+  return std::string(inet_ntoa(address.sin_addr)) + ":" + std::to_string(ntohs(address.sin_port));
 }
 
 template <typename T>
@@ -83,83 +84,67 @@ TEST(UdpSockets, FailedCallsLogTheirLineOnceAndLeaveOutputsAlone) {
           e + "tryReadFrom() - error reading from UDP socket" + ebadf}));
 }
 
-TEST(UdpSockets, OptionsAndBinds) {
-  kov::test::LogCapture log;
-  LoopbackSocket taken;
-  EXPECT_NE(taken.port, 0);
-  EXPECT_EQ(ntohs(boundAddress(taken.fd).sin_port), taken.port);
-  EXPECT_TRUE(udp::setReuseAddress(taken.fd, true) == NetworkResult::OK &&
-              udp::setSocketBroadcast(taken.fd) == NetworkResult::OK &&
-              udp::setSocketPollTimeout(taken.fd, 1500ms) == NetworkResult::OK);
-  const auto timeout = option<timeval>(taken.fd, SO_RCVTIMEO);
-  EXPECT_TRUE(option<int>(taken.fd, SO_REUSEADDR) == 1 && option<int>(taken.fd, SO_BROADCAST) == 1 &&
-              timeout.tv_sec == 1 && timeout.tv_usec == 500000);
-  EXPECT_EQ(udp::setReuseAddress(taken.fd, false), NetworkResult::OK);
-  EXPECT_EQ(option<int>(taken.fd, SO_REUSEADDR), 0);
-  EXPECT_EQ(udp::joinMulticastGroup(taken.fd, {"239.255.10.20", "127.0.0.1"}), NetworkResult::OK);
-
-  // Once its socket closes, a fixed bind gets the port, on every address.
-  int fixed = -1, other = -1;
-  ASSERT_TRUE(udp::openSocket(fixed) == NetworkResult::OK && udp::openSocket(other) == NetworkResult::OK);
-  net::closeSocket(taken.fd);
-  taken.fd = -1;
-  EXPECT_EQ(udp::bindSocket(fixed, taken.port), NetworkResult::OK);
-  EXPECT_EQ(ntohs(boundAddress(fixed).sin_port), taken.port);
-  EXPECT_EQ(boundAddress(fixed).sin_addr.s_addr, htonl(INADDR_ANY));
-  net::closeSocket(fixed);
-  // The bind parser is strict: a short form is no address and binds to every address.
-  std::uint16_t port = 0;
-  EXPECT_EQ(udp::bindSocketRandomPort(other, "127.1", port), NetworkResult::OK);
-  EXPECT_EQ(boundAddress(other).sin_addr.s_addr, htonl(INADDR_ANY));
-  net::closeSocket(other);
-  EXPECT_TRUE(log.lines().empty());
-}
-
-TEST(UdpSockets, ReadsReportSenderTruncateAndTimeOutQuietly) {
+TEST(UdpSockets, OptionsBindsAndReadsThatReportSenderTruncateAndTimeOutQuietly) {
   kov::test::LogCapture log;
   LoopbackSocket receiver, sender;
+  EXPECT_EQ(boundAddress(receiver.fd), "127.0.0.1:" + std::to_string(receiver.port));
+  EXPECT_TRUE(udp::setReuseAddress(sender.fd, true) == NetworkResult::OK &&
+              udp::setSocketBroadcast(sender.fd) == NetworkResult::OK &&
+              udp::setSocketPollTimeout(sender.fd, 1500ms) == NetworkResult::OK &&
+              udp::joinMulticastGroup(sender.fd, {"239.255.10.20", "127.0.0.1"}) == NetworkResult::OK);
+  const auto timeout = option<timeval>(sender.fd, SO_RCVTIMEO);
+  EXPECT_TRUE(option<int>(sender.fd, SO_REUSEADDR) == 1 && option<int>(sender.fd, SO_BROADCAST) == 1 &&
+              timeout.tv_sec == 1 && timeout.tv_usec == 500000);
+  EXPECT_EQ(udp::setReuseAddress(sender.fd, false), NetworkResult::OK);
+  EXPECT_EQ(option<int>(sender.fd, SO_REUSEADDR), 0);
+
   for (const std::string text :
        {"plain", "address", "and port", "ip", "port", "abcdefghijklmnopqrstuvwxyz", ""}) {
     ASSERT_EQ(udp::sendToAddress(sender.fd, "127.1", receiver.port, text.data(), text.size()),
               NetworkResult::OK);
   }
   char buffer[10] = {};
-  std::size_t received = 0;
-  std::string address;
-  std::uint16_t port = 0;
+  std::size_t received = 99;
+  std::string address = "kept";
+  std::uint16_t port = 1;
   std::uint32_t ip = 0;
+  const auto got = [&] { return std::string(buffer, received) + " " + address + ":" + std::to_string(port); };
   // Every read starts from marked outputs, so that what a read leaves alone shows.
   const auto read = [&](auto&... outputs) {
-    received = 99;
-    port = 1;
-    ip = 0;
-    address = "kept";
-    return udp::tryReadFrom(receiver.fd, buffer, sizeof(buffer), received, outputs...);
+    std::tie(received, port, ip, address) = std::make_tuple(99, 1, 0, "kept");
+    const NetworkResult result = udp::tryReadFrom(receiver.fd, buffer, sizeof(buffer), received, outputs...);
+    return (result == NetworkResult::OK        ? "OK "
+            : result == NetworkResult::NO_DATA ? "NO_DATA "
+                                               : "failed ") +
+           got();
   };
-  const auto got = [&] { return std::string(buffer, received) + " " + address + ":" + std::to_string(port); };
   const std::string from = ":" + std::to_string(sender.port);
-
-  ASSERT_EQ(udp::tryRead(receiver.fd, buffer, sizeof(buffer), received), NetworkResult::OK);
-  EXPECT_EQ(got(), "plain :0");
-  ASSERT_EQ(read(address), NetworkResult::OK);
-  EXPECT_EQ(got(), "address 127.0.0.1:1");
-  ASSERT_EQ(read(address, port), NetworkResult::OK);
-  EXPECT_EQ(got(), "and port 127.0.0.1" + from);
-  ASSERT_EQ(read(ip, port), NetworkResult::OK);
-  EXPECT_EQ(got(), "ip kept" + from);
   const std::uint8_t loopback[] = {127, 0, 0, 1};  // network order, as the socket address holds it
-  EXPECT_EQ(std::memcmp(&ip, loopback, 4), 0);
-  ASSERT_EQ(read(port), NetworkResult::OK);
-  EXPECT_EQ(got(), "port kept" + from);
 
-  // Oversized: cut to the buffer, the rest lost. Empty datagram and time-out: NO_DATA, outputs untouched.
   ASSERT_EQ(udp::tryRead(receiver.fd, buffer, sizeof(buffer), received), NetworkResult::OK);
-  EXPECT_EQ(got(), "abcdefghij kept" + from);
-  EXPECT_EQ(read(ip, port), NetworkResult::NO_DATA);
-  EXPECT_EQ(got() + std::to_string(ip), " kept:10");
+  EXPECT_EQ(got(), "plain kept:1");
+  EXPECT_EQ(read(address), "OK address 127.0.0.1:1");
+  EXPECT_EQ(read(address, port), "OK and port 127.0.0.1" + from);
+  EXPECT_EQ(read(ip, port), "OK ip kept" + from);
+  EXPECT_EQ(std::memcmp(&ip, loopback, 4), 0);
+  EXPECT_EQ(read(port), "OK port kept" + from);
+  // Oversized: cut to the buffer, the rest lost. Empty datagram and time-out: NO_DATA, outputs untouched.
+  EXPECT_EQ(read(address), "OK abcdefghij 127.0.0.1:1");
+  EXPECT_EQ(read(ip, port) + std::to_string(ip), "NO_DATA  kept:10");
   ASSERT_EQ(udp::setSocketPollTimeout(receiver.fd, 20ms), NetworkResult::OK);
-  EXPECT_EQ(read(address, port), NetworkResult::NO_DATA);
-  EXPECT_EQ(got(), " kept:1");
+  EXPECT_EQ(read(address, port), "NO_DATA  kept:1");
+
+  // Once its socket closes, a fixed bind gets the port, on every address; the bind parser is strict:
+  // a short form is no address and binds to every address.
+  net::closeSocket(receiver.fd);
+  net::closeSocket(sender.fd);
+  receiver.fd = sender.fd = -1;
+  ASSERT_TRUE(udp::openSocket(receiver.fd) == NetworkResult::OK &&
+              udp::openSocket(sender.fd) == NetworkResult::OK);
+  EXPECT_EQ(udp::bindSocket(receiver.fd, receiver.port), NetworkResult::OK);
+  EXPECT_EQ(boundAddress(receiver.fd), "0.0.0.0:" + std::to_string(receiver.port));
+  EXPECT_EQ(udp::bindSocketRandomPort(sender.fd, "127.1", port), NetworkResult::OK);
+  EXPECT_EQ(boundAddress(sender.fd), "0.0.0.0:" + std::to_string(port));
   EXPECT_TRUE(log.lines().empty());
 }
 
