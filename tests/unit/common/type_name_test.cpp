@@ -2,10 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
 
-#include "serialization/types/enumerations.hpp"
 #include "serialization/types/records.hpp"
 
 namespace {
@@ -13,20 +11,17 @@ namespace {
 using kov::common::types::utils::getTypeName;
 namespace types = kov::drivers::lidar::vesk::types;
 
-// The names are compile-time constants.
+// The names are compile-time constants. Names of the library's records with const and & are also
+// checked letter for letter in the client's log lines (client_test.cpp); here the other forms.
 static_assert(getTypeName<const types::ScanDatum&>().view() ==
               "const kov::drivers::lidar::vesk::types::ScanDatum&");
 
-TEST(TypeName, FullyQualifiedWithConstAndReference) {
-  std::ostringstream out;
-  out << getTypeName<types::ScanDatum&>().c_str() << '|' << getTypeName<types::SensorHealthStatus&>() << '|'
-      << getTypeName<types::ScanControlLine>() << '|' << getTypeName<unsigned int>() << '|'
-      << getTypeName<const char*>() << '|' << getTypeName<types::ScanDatum&&>() << '|'
-      << getTypeName<const types::DatapathDestinationInfo&>();
-  const std::string ns = "kov::drivers::lidar::vesk::types::";
-  EXPECT_EQ(out.str(), ns + "ScanDatum&|" + ns + "SensorHealthStatus&|" + ns +
-                           "ScanControlLine|unsigned int|const char*|" + ns + "ScanDatum&&|const " + ns +
-                           "DatapathDestinationInfo&");
+TEST(TypeName, BuiltinsPointersAndRvalueReferencesWithoutBlanks) {
+  EXPECT_EQ(std::string(getTypeName<unsigned int>().c_str()) + "|" + getTypeName<const char*>().c_str() +
+                "|" + getTypeName<types::ScanDatum&&>().c_str() + "|" +
+                getTypeName<types::ScanControlLine>().c_str(),
+            "unsigned int|const char*|kov::drivers::lidar::vesk::types::ScanDatum&&|"
+            "kov::drivers::lidar::vesk::types::ScanControlLine");
 }
 
 }  // namespace
