@@ -208,9 +208,8 @@ TEST(StreamLogger, ConcurrentLinesStayWhole) {
   for (std::string line; std::getline(in, line);) {
     const auto body = line.find("] INFO: thread ");
     ASSERT_NE(body, std::string::npos) << line;
-    const int t = line[body + 15] - '0';
-    ASSERT_TRUE(t >= 0 && t < THREADS) << line;
-    ASSERT_EQ(line.substr(body + 15), std::to_string(t) + " line " + std::to_string(next[t]++) + " end");
+    const auto t = static_cast<std::size_t>(line[body + 15] - '0');
+    ASSERT_EQ(line.substr(body + 15), std::to_string(t) + " line " + std::to_string(next.at(t)++) + " end");
   }
   EXPECT_EQ(next, std::vector<int>(THREADS, LINES));
 }

@@ -15,18 +15,6 @@ namespace udp = kov::platform::networking::udp;
 using net::NetworkResult;
 using namespace std::chrono_literals;
 
-/// An open UDP socket bound to 127.0.0.1 on a port of the system's choice, reads bounded by 2 s.
-struct LoopbackSocket {
-  int fd = -1;
-  std::uint16_t port = 0;
-  LoopbackSocket() {
-    EXPECT_EQ(udp::openSocket(fd), NetworkResult::OK);
-    EXPECT_EQ(udp::bindSocketRandomPort(fd, "127.0.0.1", port), NetworkResult::OK);
-    EXPECT_EQ(udp::setSocketPollTimeout(fd, 2000ms), NetworkResult::OK);
-  }
-  ~LoopbackSocket() { net::closeSocket(fd); }
-};
-
 /// "address:port" a socket is bound to.
 std::string boundAddress(int fd) {
   sockaddr_in address{};
@@ -86,22 +74,28 @@ TEST(UdpSockets, FailedCallsLogTheirLineOnceAndLeaveOutputsAlone) {
 
 TEST(UdpSockets, OptionsBindsAndReadsThatReportSenderTruncateAndTimeOutQuietly) {
   kov::test::LogCapture log;
-  LoopbackSocket receiver, sender;
-  EXPECT_EQ(boundAddress(receiver.fd), "127.0.0.1:" + std::to_string(receiver.port));
-  EXPECT_TRUE(udp::setReuseAddress(sender.fd, true) == NetworkResult::OK &&
-              udp::setSocketBroadcast(sender.fd) == NetworkResult::OK &&
-              udp::setSocketPollTimeout(sender.fd, 1500ms) == NetworkResult::OK &&
-              udp::joinMulticastGroup(sender.fd, {"239.255.10.20", "127.0.0.1"}) == NetworkResult::OK);
-  const auto timeout = option<timeval>(sender.fd, SO_RCVTIMEO);
-  EXPECT_TRUE(option<int>(sender.fd, SO_REUSEADDR) == 1 && option<int>(sender.fd, SO_BROADCAST) == 1 &&
+  // Two sockets on 127.0.0.1 at ports of the system's choice; reads bounded by 2 s.
+  int receiver = -1, sender = -1;
+  std::uint16_t receiverPort = 0, senderPort = 0;
+  ASSERT_TRUE(udp::openSocket(receiver) == NetworkResult::OK &&
+              udp::openSocket(sender) == NetworkResult::OK &&
+              udp::bindSocketRandomPort(receiver, "127.0.0.1", receiverPort) == NetworkResult::OK &&
+              udp::bindSocketRandomPort(sender, "127.0.0.1", senderPort) == NetworkResult::OK &&
+              udp::setSocketPollTimeout(receiver, 2000ms) == NetworkResult::OK);
+  EXPECT_EQ(boundAddress(receiver), "127.0.0.1:" + std::to_string(receiverPort));
+  EXPECT_TRUE(udp::setReuseAddress(sender, true) == NetworkResult::OK &&
+              udp::setSocketBroadcast(sender) == NetworkResult::OK &&
+              udp::setSocketPollTimeout(sender, 1500ms) == NetworkResult::OK &&
+              udp::joinMulticastGroup(sender, {"239.255.10.20", "127.0.0.1"}) == NetworkResult::OK);
+  const auto timeout = option<timeval>(sender, SO_RCVTIMEO);
+  EXPECT_TRUE(option<int>(sender, SO_REUSEADDR) == 1 && option<int>(sender, SO_BROADCAST) == 1 &&
               timeout.tv_sec == 1 && timeout.tv_usec == 500000);
-  EXPECT_EQ(udp::setReuseAddress(sender.fd, false), NetworkResult::OK);
-  EXPECT_EQ(option<int>(sender.fd, SO_REUSEADDR), 0);
+  EXPECT_EQ(udp::setReuseAddress(sender, false), NetworkResult::OK);
+  EXPECT_EQ(option<int>(sender, SO_REUSEADDR), 0);
 
   for (const std::string text :
        {"plain", "address", "and port", "ip", "port", "abcdefghijklmnopqrstuvwxyz", ""}) {
-    ASSERT_EQ(udp::sendToAddress(sender.fd, "127.1", receiver.port, text.data(), text.size()),
-              NetworkResult::OK);
+    ASSERT_EQ(udp::sendToAddress(sender, "127.1", receiverPort, text.data(), text.size()), NetworkResult::OK);
   }
   char buffer[10] = {};
   std::size_t received = 99;
@@ -112,16 +106,16 @@ TEST(UdpSockets, OptionsBindsAndReadsThatReportSenderTruncateAndTimeOutQuietly) 
   // Every read starts from marked outputs, so that what a read leaves alone shows.
   const auto read = [&](auto&... outputs) {
     std::tie(received, port, ip, address) = std::make_tuple(99, 1, 0, "kept");
-    const NetworkResult result = udp::tryReadFrom(receiver.fd, buffer, sizeof(buffer), received, outputs...);
+    const NetworkResult result = udp::tryReadFrom(receiver, buffer, sizeof(buffer), received, outputs...);
     return (result == NetworkResult::OK        ? "OK "
             : result == NetworkResult::NO_DATA ? "NO_DATA "
                                                : "failed ") +
            got();
   };
-  const std::string from = ":" + std::to_string(sender.port);
+  const std::string from = ":" + std::to_string(senderPort);
   const std::uint8_t loopback[] = {127, 0, 0, 1};  // network order, as the socket address holds it
 
-  ASSERT_EQ(udp::tryRead(receiver.fd, buffer, sizeof(buffer), received), NetworkResult::OK);
+  ASSERT_EQ(udp::tryRead(receiver, buffer, sizeof(buffer), received), NetworkResult::OK);
   EXPECT_EQ(got(), "plain kept:1");
   EXPECT_EQ(read(address), "OK address 127.0.0.1:1");
   EXPECT_EQ(read(address, port), "OK and port 127.0.0.1" + from);
@@ -131,20 +125,21 @@ TEST(UdpSockets, OptionsBindsAndReadsThatReportSenderTruncateAndTimeOutQuietly) 
   // Oversized: cut to the buffer, the rest lost. Empty datagram and time-out: NO_DATA, outputs untouched.
   EXPECT_EQ(read(address), "OK abcdefghij 127.0.0.1:1");
   EXPECT_EQ(read(ip, port) + std::to_string(ip), "NO_DATA  kept:10");
-  ASSERT_EQ(udp::setSocketPollTimeout(receiver.fd, 20ms), NetworkResult::OK);
+  ASSERT_EQ(udp::setSocketPollTimeout(receiver, 20ms), NetworkResult::OK);
   EXPECT_EQ(read(address, port), "NO_DATA  kept:1");
 
   // Once its socket closes, a fixed bind gets the port, on every address; the bind parser is strict:
   // a short form is no address and binds to every address.
-  net::closeSocket(receiver.fd);
-  net::closeSocket(sender.fd);
-  receiver.fd = sender.fd = -1;
-  ASSERT_TRUE(udp::openSocket(receiver.fd) == NetworkResult::OK &&
-              udp::openSocket(sender.fd) == NetworkResult::OK);
-  EXPECT_EQ(udp::bindSocket(receiver.fd, receiver.port), NetworkResult::OK);
-  EXPECT_EQ(boundAddress(receiver.fd), "0.0.0.0:" + std::to_string(receiver.port));
-  EXPECT_EQ(udp::bindSocketRandomPort(sender.fd, "127.1", port), NetworkResult::OK);
-  EXPECT_EQ(boundAddress(sender.fd), "0.0.0.0:" + std::to_string(port));
+  net::closeSocket(receiver);
+  net::closeSocket(sender);
+  receiver = sender = -1;
+  ASSERT_TRUE(udp::openSocket(receiver) == NetworkResult::OK && udp::openSocket(sender) == NetworkResult::OK);
+  EXPECT_EQ(udp::bindSocket(receiver, receiverPort), NetworkResult::OK);
+  EXPECT_EQ(boundAddress(receiver), "0.0.0.0:" + std::to_string(receiverPort));
+  EXPECT_EQ(udp::bindSocketRandomPort(sender, "127.1", port), NetworkResult::OK);
+  EXPECT_EQ(boundAddress(sender), "0.0.0.0:" + std::to_string(port));
+  net::closeSocket(receiver);
+  net::closeSocket(sender);
   EXPECT_TRUE(log.lines().empty());
 }
 
