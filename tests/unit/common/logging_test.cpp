@@ -186,9 +186,7 @@ TEST(StreamLogger, FileLoggerTruncatesOrAppends) {
 TEST(StreamLogger, ConcurrentLinesStayWhole) {
   constexpr int THREADS = 8;
   constexpr int LINES = 10000;
-  std::ostringstream out;
-  OstreamLogger logger(out);
-  logger.colorizeLogMessage(false);
+  StringLogger logger;
   std::vector<std::thread> threads;
   for (int t = 0; t < THREADS; ++t) {
     threads.emplace_back([&logger, t] {
@@ -203,7 +201,7 @@ TEST(StreamLogger, ConcurrentLinesStayWhole) {
     thread.join();
   }
   // Every line whole, and the lines of one thread in the order that thread wrote them.
-  std::istringstream in(out.str());
+  std::istringstream in(logger.getString());
   std::vector<int> next(THREADS, 0);
   for (std::string line; std::getline(in, line);) {
     const auto body = line.find("] INFO: thread ");
