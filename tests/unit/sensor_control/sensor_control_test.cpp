@@ -195,6 +195,41 @@ TEST_F(SensorControlTest, ReportsMakeOneClientPerSensorAndReachEverySubscriber) 
   EXPECT_EQ(announced.size(), expected.size() + 1U);
 }
 
+TEST_F(SensorControlTest, AReportOfAnotherSensorFromInsideSubscribeEventsCompletes) {
+  // 0x10 subscribes, which reports 0x11 (whose subscription reports 0x12) while 0x10 is still subscribing,
+  // on the same thread, as a transport that finishes service discovery while subscribing may do.
+  transport->onSubscribeEvents = [this](const Address& address) {
+    if (address.instanceId < 0x12) {
+      transport->reportAvailability({3, static_cast<std::uint16_t>(address.instanceId + 1)}, true);
+    }
+  };
+  ASSERT_TRUE(control->start());
+  expectCompletes([&] { transport->reportAvailability({3, 0x10}, true); }, "the nested reports");
+  EXPECT_EQ(announced, (std::vector<Announcement>{{made[0x12], {3}}, {made[0x11], {3}}, {made[0x10], {3}}}));
+  EXPECT_EQ(transport->eventSubscriptionCount(), 3U);
+  expectCompletes([&] { EXPECT_TRUE(control->stop()); }, "stop");
+  EXPECT_EQ(transport->eventSubscriptionCount(), 0U);
+}
+
+TEST_F(SensorControlTest, ReportsAfterAFailedWithdrawalAndTheObjectsEndDoNothing) {
+  ASSERT_TRUE(control->start());
+  ASSERT_TRUE(transport->reportAvailability({3, 0x10}, true));
+  transport->failing = {"unsubscribeAvailability"};
+  EXPECT_FALSE(control->stop());
+  EXPECT_TRUE(control->shutdown());  // the forced stop fails again, the disconnect succeeds
+  control.reset();
+  transport->takeCalls();
+  log.clear();
+  // The transport still holds the handler: a live object would create a client and announce it.
+  EXPECT_TRUE(transport->reportAvailability({3, 0x20}, true));
+  EXPECT_TRUE(transport->reportAvailability({3, 0x10}, false));
+  EXPECT_EQ(factoryCalls, std::vector<std::uint16_t>{0x10});
+  EXPECT_EQ(announced, (std::vector<Announcement>{{made[0x10], {3}}, {made[0x10], {3}}}))
+      << "the report before the stop and the first stop's announcement only";
+  EXPECT_TRUE(log.lines().empty());
+  EXPECT_TRUE(transport->takeCalls().empty());
+}
+
 TEST(SensorControlFactories, InvalidArgumentsYieldNothingAndOneErrorLineEach) {
   LogCapture log;
   const std::string control = "ERROR: Unable to create SensorControl: invalid parameter(s).";
