@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -51,9 +50,8 @@ inline void expectCompletes(const std::function<void()>& work, const char* what)
 
 /// A transport without a network: records the calls as text, fails the calls whose text is listed in
 /// `failing`, answers methods from `answers` and lets the test deliver availability reports and events.
-/// Like a real transport, a successful unsubscribeAvailability or unsubscribeEvents drops the handler and
-/// waits until no call of it runs on another thread (a call on the unsubscribing thread itself is not
-/// waited for), so the handler is never called after that. A failed one keeps the handler.
+/// A failed unsubscription keeps the handler. A successful one does not wait for calls of the handler
+/// that run on other threads: the library's own guards make those harmless.
 class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
  public:
   std::set<std::string> failing;  // e.g. "requestService 0x3/0xffff", "unsubscribeEvents 0x3/0x10"
@@ -61,8 +59,6 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
   std::map<std::uint16_t, std::pair<Result, std::vector<std::uint8_t>>> answers;  // by method id
   std::function<void(const Address&)> onSubscribeEvents;  // runs after a subscription, on its thread
   bool quiet{false};  // leaves event subscriptions and method calls unrecorded: long runs, no allocation
-
-  RecordingTransport() { running_.reserve(64); }  // deliveries then allocate nothing
 
   std::vector<std::string> takeCalls() {
     std::scoped_lock lock(mutex_);
@@ -75,16 +71,24 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
 
   /// False when no availability handler is registered.
   bool reportAvailability(const Address& address, bool available) {
-    return run(
-        AVAILABILITY, [this] { return availability_; }, address, available);
+    std::unique_lock lock(mutex_);
+    const auto handler = availability_;
+    lock.unlock();
+    if (handler) {
+      (*handler)(address, available);
+    }
+    return handler != nullptr;
   }
   /// False when nothing subscribed to the events of `address`. Allocates nothing.
   bool deliverEvent(const Address& address, std::uint16_t eventId, const void* data, std::size_t size) {
-    const auto find = [&]() -> std::shared_ptr<const EventHandler> {
-      const auto found = events_.find(address);
-      return found == events_.end() ? nullptr : found->second;
-    };
-    return run(address, find, eventId, data, size);
+    std::unique_lock lock(mutex_);
+    const auto found = events_.find(address);
+    const auto handler = found == events_.end() ? nullptr : found->second;
+    lock.unlock();
+    if (handler) {
+      (*handler)(eventId, data, size);
+    }
+    return handler != nullptr;
   }
 
   Result connect() override { return record("connect") ? Result::Ok : failure; }
@@ -98,7 +102,14 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
     availability_ = std::make_shared<const AvailabilityHandler>(std::move(handler));
     return true;
   }
-  bool unsubscribeAvailability() override { return drop("unsubscribeAvailability", AVAILABILITY); }
+  bool unsubscribeAvailability() override {
+    if (!record("unsubscribeAvailability")) {
+      return false;
+    }
+    std::scoped_lock lock(mutex_);
+    availability_ = nullptr;
+    return true;
+  }
   bool requestService(const Address& address) override {
     return record("requestService " + addressText(address));
   }
@@ -150,7 +161,9 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
     return true;
   }
   bool unsubscribeEvents(const Address& address) override {
-    return drop(quiet ? "" : "unsubscribeEvents " + addressText(address), address);
+    const bool done = record(quiet ? "" : "unsubscribeEvents " + addressText(address));
+    std::scoped_lock lock(mutex_);
+    return done && events_.erase(address) != 0U;
   }
   bool offerService(const Address&) override { return false; }
   bool stopOfferService(const Address&) override { return false; }
@@ -159,9 +172,6 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
   bool notifyEvent(const Address&, std::uint16_t, const void*, std::size_t) override { return false; }
 
  private:
-  using Call = std::pair<Address, std::thread::id>;
-  static constexpr Address AVAILABILITY{0, 0};  // the key of the availability handler's calls
-
   static std::string hexList(const std::vector<std::uint16_t>& ids) {
     std::ostringstream text;
     for (const auto id : ids) {
@@ -179,46 +189,7 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
     return failing.count(line) == 0U;
   }
 
-  /// Calls the handler that `find` returns under the lock, outside the lock, as a call in progress.
-  template <typename Find, typename... Args>
-  bool run(const Address& key, Find find, const Args&... args) {
-    std::unique_lock lock(mutex_);
-    const auto handler = find();
-    if (!handler) {
-      return false;
-    }
-    const Call self{key, std::this_thread::get_id()};
-    running_.push_back(self);
-    lock.unlock();
-    (*handler)(args...);
-    lock.lock();
-    running_.erase(std::find(running_.begin(), running_.end(), self));
-    idle_.notify_all();
-    return true;
-  }
-
-  /// Removes the handler of `key` and waits for its calls on other threads; false when meant to fail.
-  bool drop(const std::string& line, const Address& key) {
-    if (!record(line)) {
-      return false;
-    }
-    std::unique_lock lock(mutex_);
-    if (key == AVAILABILITY) {
-      availability_ = nullptr;
-    } else if (events_.erase(key) == 0U) {
-      return false;
-    }
-    idle_.wait(lock, [&] {
-      return std::none_of(running_.begin(), running_.end(), [&](const Call& call) {
-        return call.first == key && call.second != std::this_thread::get_id();
-      });
-    });
-    return true;
-  }
-
   mutable std::mutex mutex_;
-  std::condition_variable idle_;
-  std::vector<Call> running_;
   std::vector<std::string> calls_;
   std::shared_ptr<const AvailabilityHandler> availability_;
   std::unordered_map<Address, std::shared_ptr<const EventHandler>> events_;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <tuple>
 
@@ -134,11 +135,10 @@ TEST_F(SensorControlTest, StopMarksClientsUnavailableFirstAndShutdownDropsThem) 
   transport->takeCalls();
 
   ASSERT_TRUE(control->stop());
-  const Strings calls = transport->takeCalls();
-  ASSERT_EQ(calls.size(), 6U);
-  EXPECT_EQ(std::set<std::string>(calls.begin(), calls.begin() + 2),
-            (std::set<std::string>{"unsubscribeEvents 0x2/0x10", "unsubscribeEvents 0x3/0x10"}));
-  EXPECT_EQ(Strings(calls.begin() + 2, calls.end()), releases + Strings{"unsubscribeAvailability"});
+  Strings calls = transport->takeCalls();
+  std::sort(calls.begin(), calls.begin() + std::min<std::size_t>(calls.size(), 2U));  // in either order
+  EXPECT_EQ(calls, (Strings{"unsubscribeEvents 0x2/0x10", "unsubscribeEvents 0x3/0x10"} + releases +
+                    Strings{"unsubscribeAvailability"}));
   EXPECT_EQ(announced, (std::vector<Announcement>{{made[0x10], {2, 3}}})) << "0x20 had no change";
 
   const std::weak_ptr<vesk::ISensorControl::IClient> kept = made[0x10];
@@ -149,12 +149,7 @@ TEST_F(SensorControlTest, StopMarksClientsUnavailableFirstAndShutdownDropsThem) 
   EXPECT_TRUE(kept.expired()) << "shutdown drops the library's references";
 }
 
-TEST_F(SensorControlTest, ReportsMakeOneClientPerSensorAndReachEverySubscriber) {
-  std::vector<Announcement> second;
-  auto secondSubscription =
-      control->subscribe([&second](const ClientPtr& client, const ServiceSet& services) {
-        second.emplace_back(client, services);
-      });
+TEST_F(SensorControlTest, ReportsMakeOneClientPerSensorAndAnnounceEachReport) {
   ASSERT_TRUE(control->start());
   log.clear();
   failingSensors = {0x40};
@@ -183,16 +178,10 @@ TEST_F(SensorControlTest, ReportsMakeOneClientPerSensorAndReachEverySubscriber) 
                                            {made[2], {2}},    {made[2], {3}},    {made[2], {4}},
                                            {made[0x10], {3}}, {made[0x40], {4}}};
   EXPECT_EQ(announced, expected);
-  EXPECT_EQ(second, expected);
   EXPECT_EQ(made[0x10]->getServiceAddresses(), (std::unordered_set<Address>{{3, 0x10}, {4, 0x10}}));
   EXPECT_FALSE(made[0x10]->hasAvailableService());
   EXPECT_EQ(made[2]->getServiceAvailability(),
             (std::unordered_map<std::uint16_t, bool>{{2, true}, {3, true}, {4, false}}));
-
-  secondSubscription.reset();
-  transport->reportAvailability({2, 0x10}, true);
-  EXPECT_EQ(second.size(), expected.size()) << "a dropped subscription hears nothing";
-  EXPECT_EQ(announced.size(), expected.size() + 1U);
 }
 
 TEST_F(SensorControlTest, AReportOfAnotherSensorFromInsideSubscribeEventsCompletes) {
