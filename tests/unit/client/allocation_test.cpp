@@ -9,10 +9,8 @@
 #include "sensor_control_client/sensor_control_client.hpp"
 #include "support/recording_transport.hpp"
 
-namespace {
-std::atomic<bool> counting{false};
-std::atomic<std::size_t> allocations{0};
-}  // namespace
+static std::atomic<bool> counting{false};
+static std::atomic<std::size_t> allocations{0};
 
 // The array, nothrow and sized forms of libstdc++ forward to these. GCC sees new and free meet once the
 // replacements are inlined; here that pairing is the point.

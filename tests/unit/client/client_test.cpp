@@ -25,10 +25,7 @@ using namespace std::chrono_literals;
 
 // Big-endian floats: 3F800000 = 1, BF800000 = -1, C0000000 = -2, 3F000000 = 0.5, 3FC00000 = 1.5, 40200000
 // = 2.5.
-const Bytes ACHIEVED{0x3F, 0xC0, 0, 0, 0x40, 0x20, 0, 0};
-const Bytes PLUS_ONE{0x3F, 0x80, 0, 0};
 const Bytes MINUS_ONE{0xBF, 0x80, 0, 0};
-const Bytes HEARTBEAT_TOO_SHORT(18, 0);
 
 /// Every event record of the client, read through its accessors, as one line.
 std::string cacheText(const ClientA& client) {
@@ -73,7 +70,9 @@ TEST_F(ClientTest, AvailabilityReportsDriveTheTableAndTheEventSubscriptions) {
   EXPECT_EQ(client->getServiceAddress(3), (Address{3, 6}));
   // Replaced while available by an unavailable instance: unsubscribed, yet reported as "no change".
   EXPECT_FALSE(client->setAvailable({3, 7}, false));
-  EXPECT_TRUE(client->setAvailable({2, 1}, true));
+  transport->failing = {"subscribeEvents 0x2/0x7 0x2: 0x1 0x2"};
+  EXPECT_TRUE(client->setAvailable({2, 7}, true));
+  // Service 2 goes without an unsubscription: the transport holds none to end.
   EXPECT_EQ(client->setAllAvailable(false), (std::unordered_set<std::uint16_t>{2, 4}));
   EXPECT_FALSE(client->hasAvailableService());
   EXPECT_TRUE(client->setAvailable({3, 7}, true));
@@ -82,31 +81,17 @@ TEST_F(ClientTest, AvailabilityReportsDriveTheTableAndTheEventSubscriptions) {
   EXPECT_EQ(transport->takeCalls(),
             (Strings{"subscribeEvents 0x3/0x5 0x3:" + ids, "unsubscribeEvents 0x3/0x5",
                      "subscribeEvents 0x3/0x6 0x3:" + ids + ids, "unsubscribeEvents 0x3/0x6",
-                     "subscribeEvents 0x2/0x1 0x2: 0x1 0x2", "unsubscribeEvents 0x2/0x1",
+                     "subscribeEvents 0x2/0x7 0x2: 0x1 0x2", "unsubscribeEvents 0x2/0x7",
                      "subscribeEvents 0x3/0x7 0x3:" + ids + ids + ids, "unsubscribeEvents 0x3/0x7"}));
   const std::string added =
       " was added for sensor 2a when it already had a known service instance with a "
       "matching service id but a different instance id ";
   EXPECT_EQ(log.lines(),
             (Strings{"WARN: Service instance [0x3,0x6]" + added + "[0x5]; removing old instance.",
-                     "WARN: Service instance [0x3,0x7]" + added + "[0x6]; removing old instance."}));
-}
-
-TEST_F(ClientTest, SubscriptionFailuresAndRefusedMethodsAreLogged) {
-  transport->failing = {"subscribeEvents 0x2/0x7 0x2: 0x1 0x2"};
-  EXPECT_TRUE(client->setAvailable({2, 7}, true));
-  EXPECT_TRUE(client->isSupportedAndAvailable(2, 0x8002));
-  EXPECT_FALSE(client->isSupportedAndAvailable(2, 0x8003));
-  EXPECT_FALSE(client->isSupportedAndAvailable(4, 0x8001));
-  EXPECT_FALSE(client->isSupportedAndAvailable(3, 0x8001));
-  EXPECT_TRUE(client->setAvailable({2, 7}, false));  // the transport holds no subscription to end
-  EXPECT_EQ(
-      log.lines(),
-      (Strings{"WARN: Failed to subscribe to events of service [0x2,0x7] - event data will not update",
-               "ERROR: Service 0x2 does not have a method with id 0x8003",
-               "ERROR: Service 0x4 does not have a method with id 0x8001", "WARN: Service 0x3 not available",
-               "DEBUG: Failed to unsubscribe from events of service [0x2,0x7] - event data might be "
-               "inconsistent"}));
+                     "WARN: Service instance [0x3,0x7]" + added + "[0x6]; removing old instance.",
+                     "WARN: Failed to subscribe to events of service [0x2,0x7] - event data will not update",
+                     "DEBUG: Failed to unsubscribe from events of service [0x2,0x7] - event data might be "
+                     "inconsistent"}));
 }
 
 TEST_F(ClientTest, OnlyWholeKnownEventsReachTheCache) {
@@ -118,8 +103,8 @@ TEST_F(ClientTest, OnlyWholeKnownEventsReachTheCache) {
   ASSERT_NE(&datum, &other.getScanDatumEvent());
   ASSERT_NE(&client->getSensorHealthStatusEvent(), &other.getSensorHealthStatusEvent());
 
-  deliver(3, 1, ACHIEVED);
-  deliver(3, 2, PLUS_ONE);  // radians, cached in degrees
+  deliver(3, 1, {0x3F, 0xC0, 0, 0, 0x40, 0x20, 0, 0});
+  deliver(3, 2, {0x3F, 0x80, 0, 0});  // radians, cached in degrees
   deliver(3, 3, {1});
   deliver(2, 1, {7});
   deliver(2, 2, {14, 1, 0, 2, 0, 1, 0x3F, 0x80, 0, 0, 0xC0, 0, 0, 0, 0x3F, 0, 0, 0, 9, 9, 9, 9});
@@ -135,7 +120,7 @@ TEST_F(ClientTest, OnlyWholeKnownEventsReachTheCache) {
   deliver(2, 1, {15});  // no status symbol
   deliver(3, 4, Bytes(4, 0));
   deliver(2, 3, Bytes(1, 0));
-  client->onEventReceived(4, 2, ACHIEVED.data(), 4);
+  client->onEventReceived(4, 2, MINUS_ONE.data(), 4);
   client->onEventReceived(0x0102, 2, Bytes(22, 0).data(), 22);
   const std::string health = "kov::drivers::lidar::vesk::types::SensorHealthStatus&";
   EXPECT_EQ(
@@ -203,11 +188,14 @@ TEST_F(ClientTest, MethodsSendExactBytesAndSizesAndFailuresAreLoggedOnce) {
     EXPECT_TRUE(operation(*client)) << call;
     EXPECT_EQ(transport->takeCalls(), Strings{"callMethod " + call});
   }
-  // A transport that writes nothing leaves the response buffer's start value: 10 Hz, no interlacing.
-  types::DesiredScanSettings settings{25.0F, types::ScanHorizontalInterlaceMode::INTERLACE_2, {}, {}};
+  // A transport that writes nothing leaves the response buffer's start value: 10 Hz, all else zero.
+  types::DesiredScanSettings settings{25.0F, types::ScanHorizontalInterlaceMode::INTERLACE_2,
+                                      types::ScanControlLine::LINE_1, types::ScanFillMode::FILL_ON};
   EXPECT_TRUE(client->getDesiredScanSettings(settings));
   EXPECT_EQ(settings.frameRate, 10.0F);
-  EXPECT_EQ(settings.horizontalInterlaceMode, types::ScanHorizontalInterlaceMode::NONE);
+  EXPECT_EQ(std::vector<int>({static_cast<int>(settings.horizontalInterlaceMode),
+                              static_cast<int>(settings.controlLine), static_cast<int>(settings.fillMode)}),
+            std::vector<int>({0, 0, 0}));
   transport->takeCalls();
 
   // Failed and refused calls are logged once and leave the output untouched.
@@ -231,6 +219,8 @@ TEST_F(ClientTest, MethodsSendExactBytesAndSizesAndFailuresAreLoggedOnce) {
   EXPECT_FALSE(client->getSystemModeStatus(mode));
   EXPECT_FALSE(client->setScanDatum({50.0F}));
   EXPECT_FALSE(client->setScanPattern(tooLong));
+  EXPECT_FALSE(client->isSupportedAndAvailable(2, 0x8003));
+  EXPECT_FALSE(client->isSupportedAndAvailable(4, 0x8001));
   EXPECT_EQ(datum.elevation, 3.5F);
   EXPECT_EQ(patternStatus, types::ScanPatternCommandStatus::REJECTED);
   EXPECT_EQ(mode, types::SystemModeStatus::SCANNING);
@@ -255,7 +245,9 @@ TEST_F(ClientTest, MethodsSendExactBytesAndSizesAndFailuresAreLoggedOnce) {
           "ERROR: Scan datum elevation = 50 degrees: out of range [-18;10]",
           "ERROR: cannot call method 0x8004: failed to serialize const " + type + "ScanDatum&",
           "ERROR: Too many scan pattern commands (89). Maximum number of commands: 88",
-          "ERROR: cannot call method 0x8005: failed to serialize const " + type + "ScanPattern&"}));
+          "ERROR: cannot call method 0x8005: failed to serialize const " + type + "ScanPattern&",
+          "ERROR: Service 0x2 does not have a method with id 0x8003",
+          "ERROR: Service 0x4 does not have a method with id 0x8001"}));
 }
 
 TEST(ClientEventCache, CopiesAreWholeWhileEventsArrive) {
@@ -300,14 +292,14 @@ struct HookLogger : kov::common::log::ILogger {
 };
 
 /// A client of sensor 0x10 with service 2 subscribed at a transport that refuses to unsubscribe it, so
-/// that the transport keeps the client's event handler after the client is gone. Its heartbeat is too
-/// short: a live client logs it.
+/// that the transport keeps the client's event handler after the client is gone. The heartbeat it
+/// delivers is too short: a live client logs it.
 struct StuckSubscription {
   StuckSubscription() {
     EXPECT_TRUE(client->setAvailable({2, 0x10}, true));
     transport->failing = {"unsubscribeEvents 0x2/0x10"};
   }
-  bool deliver() { return transport->deliverEvent({2, 0x10}, 2, HEARTBEAT_TOO_SHORT.data(), 18); }
+  bool deliver() { return transport->deliverEvent({2, 0x10}, 2, MINUS_ONE.data(), 4); }
   std::shared_ptr<RecordingTransport> transport = std::make_shared<RecordingTransport>();
   std::shared_ptr<ClientA> client = std::make_shared<ClientA>(transport, 0x10);
 };
