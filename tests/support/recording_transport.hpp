@@ -138,11 +138,11 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
     if (answer == answers.end()) {
       return Result::Ok;
     }
-    if (response != nullptr) {
-      std::memcpy(response, answer->second.second.data(),
-                  std::min(answer->second.second.size(), responseSize));
+    const auto& [result, bytes] = answer->second;
+    if (response != nullptr && !bytes.empty()) {
+      std::memcpy(response, bytes.data(), std::min(bytes.size(), responseSize));
     }
-    return answer->second.first;
+    return result;
   }
   /// Recorded as "subscribeEvents <address> <group>: <event ids>".
   bool subscribeEvents(const Address& address, std::uint16_t group,
