@@ -23,8 +23,8 @@ using Bytes = std::vector<std::uint8_t>;
 using Strings = std::vector<std::string>;
 using namespace std::chrono_literals;
 
-// Big-endian floats: 3F800000 = 1, BF800000 = -1, C0000000 = -2, 3F000000 = 0.5, 3FC00000 = 1.5, 40200000
-// = 2.5.
+// Big-endian floats: 3F800000 = 1, BF800000 = -1, C0000000 = -2, 3F000000 = 0.5, 3FC00000 = 1.5,
+// 40200000 = 2.5.
 const Bytes MINUS_ONE{0xBF, 0x80, 0, 0};
 
 /// Every event record of the client, read through its accessors, as one line.
