@@ -1,7 +1,16 @@
 #pragma once
 
-#include <condition_variable>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <future>
+#include <iomanip>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -23,18 +32,33 @@ inline std::string addressText(const kov::platform::networking::ISomeIpTransport
   return text.str();
 }
 
+/// Runs `work` on its own thread; a run that does not end within 10 s is a deadlock and ends the
+/// program, since the stuck thread cannot be joined.
+inline void expectCompletes(const std::function<void()>& work, const char* what) {
+  std::promise<void> done;
+  auto finished = done.get_future();
+  std::thread runner([&] {
+    work();
+    done.set_value();
+  });
+  if (finished.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
+    ADD_FAILURE() << what << " did not complete: deadlock";
+    std::_Exit(1);
+  }
+  runner.join();
+}
+
 /// A transport without a network: records the calls as text, fails the calls whose text is listed in
-/// `failing` and lets the test deliver availability reports and events. Like a real transport, a
-/// successful unsubscribeAvailability or unsubscribeEvents drops the handler and waits until no call of
-/// it runs on another thread (a call on the unsubscribing thread itself is not waited for), so the
-/// handler is never called after that. A failed one keeps the handler, which later deliveries still call.
+/// `failing`, answers methods from `answers` and lets the test deliver availability reports and events.
+/// A failed unsubscription keeps the handler. A successful one does not wait for calls of the handler
+/// that run on other threads: the library's own guards make those harmless.
 class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
  public:
   std::set<std::string> failing;  // e.g. "requestService 0x3/0xffff", "unsubscribeEvents 0x3/0x10"
   Result failure{Result::Timeout};
-  bool recordEvents{true};  // records unsubscribeEvents; off for long runs
-
-  RecordingTransport() { running_.reserve(64); }  // deliveries then allocate nothing
+  std::map<std::uint16_t, std::pair<Result, std::vector<std::uint8_t>>> answers;  // by method id
+  std::function<void(const Address&)> onSubscribeEvents;  // runs after a subscription, on its thread
+  bool quiet{false};  // leaves event subscriptions and method calls unrecorded: long runs, no allocation
 
   std::vector<std::string> takeCalls() {
     std::scoped_lock lock(mutex_);
@@ -47,61 +71,43 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
 
   /// False when no availability handler is registered.
   bool reportAvailability(const Address& address, bool available) {
-    std::shared_ptr<const AvailabilityHandler> handler;
-    {
-      std::scoped_lock lock(mutex_);
-      if (!availability_) {
-        return false;
-      }
-      handler = availability_;
-      running_.emplace_back(AVAILABILITY_KEY, std::this_thread::get_id());
+    std::unique_lock lock(mutex_);
+    const auto handler = availability_;
+    lock.unlock();
+    if (handler) {
+      (*handler)(address, available);
     }
-    (*handler)(address, available);
-    finished(AVAILABILITY_KEY);
-    return true;
+    return handler != nullptr;
   }
-
   /// False when nothing subscribed to the events of `address`. Allocates nothing.
   bool deliverEvent(const Address& address, std::uint16_t eventId, const void* data, std::size_t size) {
-    std::shared_ptr<const EventHandler> handler;
-    {
-      std::scoped_lock lock(mutex_);
-      const auto found = events_.find(address);
-      if (found == events_.end()) {
-        return false;
-      }
-      handler = found->second;
-      running_.emplace_back(keyOf(address), std::this_thread::get_id());
+    std::unique_lock lock(mutex_);
+    const auto found = events_.find(address);
+    const auto handler = found == events_.end() ? nullptr : found->second;
+    lock.unlock();
+    if (handler) {
+      (*handler)(eventId, data, size);
     }
-    (*handler)(eventId, data, size);
-    finished(keyOf(address));
-    return true;
+    return handler != nullptr;
   }
 
   Result connect() override { return record("connect") ? Result::Ok : failure; }
   Result disconnect() override { return record("disconnect") ? Result::Ok : failure; }
   bool subscribeAvailability(const std::vector<std::uint16_t>& serviceIds,
                              AvailabilityHandler handler) override {
-    std::ostringstream line;
-    line << "subscribeAvailability" << std::hex;
-    for (const auto id : serviceIds) {
-      line << " 0x" << id;
-    }
-    if (!record(line.str())) {
+    if (!record("subscribeAvailability" + hexList(serviceIds))) {
       return false;
     }
-    auto stored = std::make_shared<const AvailabilityHandler>(std::move(handler));
     std::scoped_lock lock(mutex_);
-    availability_ = std::move(stored);
+    availability_ = std::make_shared<const AvailabilityHandler>(std::move(handler));
     return true;
   }
   bool unsubscribeAvailability() override {
     if (!record("unsubscribeAvailability")) {
       return false;
     }
-    std::unique_lock lock(mutex_);
+    std::scoped_lock lock(mutex_);
     availability_ = nullptr;
-    waitForOtherThreads(lock, AVAILABILITY_KEY);
     return true;
   }
   bool requestService(const Address& address) override {
@@ -110,27 +116,54 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
   bool releaseService(const Address& address) override {
     return record("releaseService " + addressText(address));
   }
-  Result callMethod(const Address&, std::uint16_t, const void*, std::size_t, void*, std::size_t) override {
-    return Result::Ok;
+  /// Recorded as "callMethod <address> <method> <request bytes, or their count beyond 32, or null> <response
+  /// size or null>".
+  Result callMethod(const Address& address, std::uint16_t methodId, const void* request,
+                    std::size_t requestSize, void* response, std::size_t responseSize) override {
+    if (!quiet) {
+      std::ostringstream line;
+      line << "callMethod " << addressText(address) << std::hex << " 0x" << methodId << " ";
+      const auto* bytes = static_cast<const std::uint8_t*>(request);
+      for (std::size_t i = 0; bytes != nullptr && requestSize <= 32 && i < requestSize; ++i) {
+        line << std::setw(2) << std::setfill('0') << unsigned{bytes[i]};
+      }
+      line << std::dec
+           << (request == nullptr ? "null "
+               : requestSize > 32 ? "(" + std::to_string(requestSize) + " bytes) "
+                                  : " ");
+      line << (response == nullptr ? "null" : std::to_string(responseSize));
+      record(line.str());
+    }
+    const auto answer = answers.find(methodId);
+    if (answer == answers.end()) {
+      return Result::Ok;
+    }
+    const auto& [result, bytes] = answer->second;
+    if (response != nullptr && !bytes.empty()) {
+      std::memcpy(response, bytes.data(), std::min(bytes.size(), responseSize));
+    }
+    return result;
   }
-  bool subscribeEvents(const Address& address, std::uint16_t, const std::vector<std::uint16_t>&,
-                       EventHandler handler) override {
-    auto stored = std::make_shared<const EventHandler>(std::move(handler));
-    std::scoped_lock lock(mutex_);
-    events_[address] = std::move(stored);
+  /// Recorded as "subscribeEvents <address> <group>: <event ids>".
+  bool subscribeEvents(const Address& address, std::uint16_t group,
+                       const std::vector<std::uint16_t>& eventIds, EventHandler handler) override {
+    if (!quiet &&
+        !record("subscribeEvents " + addressText(address) + hexList({group}) + ":" + hexList(eventIds))) {
+      return false;
+    }
+    {
+      std::scoped_lock lock(mutex_);
+      events_[address] = std::make_shared<const EventHandler>(std::move(handler));
+    }
+    if (onSubscribeEvents) {
+      onSubscribeEvents(address);
+    }
     return true;
   }
   bool unsubscribeEvents(const Address& address) override {
-    const std::string line = "unsubscribeEvents " + addressText(address);
-    std::unique_lock lock(mutex_);
-    if (recordEvents) {
-      calls_.push_back(line);
-    }
-    if (failing.count(line) != 0U || events_.erase(address) == 0U) {
-      return false;
-    }
-    waitForOtherThreads(lock, keyOf(address));
-    return true;
+    const bool done = record(quiet ? "" : "unsubscribeEvents " + addressText(address));
+    std::scoped_lock lock(mutex_);
+    return done && events_.erase(address) != 0U;
   }
   bool offerService(const Address&) override { return false; }
   bool stopOfferService(const Address&) override { return false; }
@@ -139,48 +172,24 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
   bool notifyEvent(const Address&, std::uint16_t, const void*, std::size_t) override { return false; }
 
  private:
-  /// Records the call; false when it is meant to fail.
+  static std::string hexList(const std::vector<std::uint16_t>& ids) {
+    std::ostringstream text;
+    for (const auto id : ids) {
+      text << std::hex << " 0x" << id;
+    }
+    return text.str();
+  }
+
+  /// Records the call (unless `line` is empty); false when it is meant to fail.
   bool record(const std::string& line) {
     std::scoped_lock lock(mutex_);
-    calls_.push_back(line);
+    if (!line.empty()) {
+      calls_.push_back(line);
+    }
     return failing.count(line) == 0U;
   }
 
-  /// Handler calls in progress are keyed by the address of their event subscription, or this key.
-  static constexpr std::uint32_t AVAILABILITY_KEY = 0xFFFFFFFFU;
-  static std::uint32_t keyOf(const Address& address) {
-    return (static_cast<std::uint32_t>(address.serviceId) << 16U) | address.instanceId;
-  }
-
-  void finished(std::uint32_t key) {
-    std::scoped_lock lock(mutex_);
-    const Call self{key, std::this_thread::get_id()};
-    for (auto it = running_.begin(); it != running_.end(); ++it) {
-      if (*it == self) {
-        *it = running_.back();
-        running_.pop_back();
-        break;
-      }
-    }
-    idle_.notify_all();
-  }
-
-  void waitForOtherThreads(std::unique_lock<std::mutex>& lock, std::uint32_t key) {
-    idle_.wait(lock, [this, key] {
-      for (const auto& [runningKey, thread] : running_) {
-        if (runningKey == key && thread != std::this_thread::get_id()) {
-          return false;
-        }
-      }
-      return true;
-    });
-  }
-
   mutable std::mutex mutex_;
-  std::condition_variable idle_;
-  using Call = std::pair<std::uint32_t, std::thread::id>;
-  std::vector<Call> running_;
-
   std::vector<std::string> calls_;
   std::shared_ptr<const AvailabilityHandler> availability_;
   std::unordered_map<Address, std::shared_ptr<const EventHandler>> events_;

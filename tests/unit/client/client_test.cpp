@@ -1,157 +1,131 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
-#include <map>
-#include <vector>
+#include <future>
+#include <iomanip>
+#include <sstream>
+#include <thread>
 
+#include "common/log/system_logger.hpp"
 #include "sensor_control_client/sensor_control_client.hpp"
 #include "support/log_capture.hpp"
-#include "support/mock_transport.hpp"
+#include "support/recording_transport.hpp"
 
 namespace kov::test {
 namespace {
 
 namespace types = kov::drivers::lidar::vesk::types;
 using kov::drivers::lidar::vesk::ClientA;
-using Address = MockTransport::Address;
-using EventHandler = MockTransport::EventHandler;
-using Result = MockTransport::Result;
+using Address = RecordingTransport::Address;
+using Result = RecordingTransport::Result;
 using Bytes = std::vector<std::uint8_t>;
-using StrictTransport = ::testing::StrictMock<MockTransport>;
-using ::testing::_;
-using ::testing::ElementsAre;
-using ::testing::Return;
+using Strings = std::vector<std::string>;
+using namespace std::chrono_literals;
 
-/// A client of sensor 0x2a over a strict mock: any transport call a test does not expect fails it.
+// Big-endian floats: 3F800000 = 1, BF800000 = -1, C0000000 = -2, 3F000000 = 0.5, 3FC00000 = 1.5,
+// 40200000 = 2.5.
+const Bytes MINUS_ONE{0xBF, 0x80, 0, 0};
+
+/// Every event record of the client, read through its accessors, as one line.
+std::string cacheText(const ClientA& client) {
+  const types::AchievedScanSettings& achieved = client.getAchievedScanSettingsEvent();
+  const types::SensorHealthStatus& health = client.getSensorHealthStatusEvent();
+  std::ostringstream text;
+  text << std::setprecision(9) << "achieved " << achieved.value1 << ' ' << achieved.value2 << " datum "
+       << client.getScanDatumEvent().elevation << " pattern "
+       << static_cast<int>(client.getScanPatternCommandStatusEvent()) << " mode "
+       << static_cast<int>(client.getSystemModeStatusEvent()) << " health " << health.value1 << ' '
+       << health.value2 << ' ' << health.value3 << ' ' << static_cast<int>(health.mode) << ' ' << health.flag1
+       << health.flag2 << health.flag3 << health.flag4 << health.flag5;
+  return text.str();
+}
+
+/// A client of sensor 0x2a over a recording transport.
 class ClientTest : public ::testing::Test {
  protected:
-  void TearDown() override {
-    // The destructor unsubscribes whatever is still available; those calls are not under test here.
-    ::testing::Mock::VerifyAndClearExpectations(transport_.get());
-    EXPECT_CALL(*transport_, unsubscribeEvents(_)).WillRepeatedly(Return(true));
-    client_.reset();
+  bool deliver(std::uint16_t serviceId, std::uint16_t eventId, const Bytes& payload,
+               std::uint16_t instance = 0x11) {
+    return transport->deliverEvent({serviceId, instance}, eventId, payload.data(), payload.size());
   }
 
-  /// Reports a service available and keeps the event handler that services 2 and 3 subscribe with.
-  void makeAvailable(std::uint16_t serviceId, std::uint16_t instance = 0x11) {
-    if (serviceId != 4) {
-      EXPECT_CALL(*transport_, subscribeEvents(Address{serviceId, instance}, _, _, _))
-          .WillOnce([this, serviceId](const Address&, std::uint16_t, const std::vector<std::uint16_t>&,
-                                      EventHandler handler) {
-            handlers_[serviceId] = std::move(handler);
-            return true;
-          });
-    }
-    ASSERT_TRUE(client_->setAvailable({serviceId, instance}, true));
-    ::testing::Mock::VerifyAndClearExpectations(transport_.get());
-  }
-
-  LogCapture log_;
-  std::shared_ptr<StrictTransport> transport_ = std::make_shared<StrictTransport>();
-  std::shared_ptr<ClientA> client_ = std::make_shared<ClientA>(transport_, 0x2a);
-  std::map<std::uint16_t, EventHandler> handlers_;
+  LogCapture log;
+  std::shared_ptr<RecordingTransport> transport = std::make_shared<RecordingTransport>();
+  std::shared_ptr<ClientA> client = std::make_shared<ClientA>(transport, 0x2a);
 };
 
 TEST_F(ClientTest, AvailabilityReportsDriveTheTableAndTheEventSubscriptions) {
-  EXPECT_EQ(client_->getServiceAddress(3), (Address{3, 0xFFFF}));
-
+  EXPECT_EQ(client->getServiceAddress(3), (Address{3, 0xFFFF}));
   // A first report changes the state even when unavailable (no transport call); a repeat does not.
-  EXPECT_TRUE(client_->setAvailable({3, 5}, false));
-  EXPECT_FALSE(client_->setAvailable({3, 5}, false));
-  EXPECT_CALL(*transport_, subscribeEvents(Address{3, 5}, 3, ElementsAre(1, 2, 3), _)).WillOnce(Return(true));
-  EXPECT_TRUE(client_->setAvailable({3, 5}, true));
-  EXPECT_TRUE(client_->setAvailable({4, 5}, true));  // no events: never subscribed
-  EXPECT_TRUE(client_->setAllAvailable(true).empty());
-  EXPECT_EQ(client_->getServiceAvailability(),
+  EXPECT_TRUE(client->setAvailable({3, 5}, false));
+  EXPECT_FALSE(client->setAvailable({3, 5}, false));
+  EXPECT_TRUE(client->setAvailable({3, 5}, true));
+  EXPECT_TRUE(client->setAvailable({4, 5}, true));  // no events: never subscribed
+  EXPECT_TRUE(client->setAllAvailable(true).empty());
+  EXPECT_EQ(client->getServiceAvailability(),
             (std::unordered_map<std::uint16_t, bool>{{3, true}, {4, true}}));
-  EXPECT_EQ(client_->getServiceAddresses(), (std::unordered_set<Address>{{3, 5}, {4, 5}}));
-
+  EXPECT_EQ(client->getServiceAddresses(), (std::unordered_set<Address>{{3, 5}, {4, 5}}));
   // A new instance replaces the old one, which is unsubscribed first; event ids keep accumulating.
-  {
-    ::testing::InSequence order;
-    EXPECT_CALL(*transport_, unsubscribeEvents(Address{3, 5})).WillOnce(Return(true));
-    EXPECT_CALL(*transport_, subscribeEvents(Address{3, 6}, 3, ElementsAre(1, 2, 3, 1, 2, 3), _))
-        .WillOnce(Return(true));
-  }
-  EXPECT_TRUE(client_->setAvailable({3, 6}, true));
-  EXPECT_EQ(client_->getServiceAddress(3), (Address{3, 6}));
-  EXPECT_EQ(log_.lines(),
-            std::vector<std::string>{
-                "WARN: Service instance [0x3,0x6] was added for sensor 2a when it already had a "
-                "known service instance with a matching service id but a different instance id "
-                "[0x5]; removing old instance."});
-
+  EXPECT_TRUE(client->setAvailable({3, 6}, true));
+  EXPECT_EQ(client->getServiceAddress(3), (Address{3, 6}));
   // Replaced while available by an unavailable instance: unsubscribed, yet reported as "no change".
-  EXPECT_CALL(*transport_, unsubscribeEvents(Address{3, 6})).WillOnce(Return(true));
-  EXPECT_FALSE(client_->setAvailable({3, 7}, false));
-
-  makeAvailable(2, 1);
-  EXPECT_CALL(*transport_, unsubscribeEvents(Address{2, 1})).WillOnce(Return(true));
-  EXPECT_EQ(client_->setAllAvailable(false), (std::unordered_set<std::uint16_t>{2, 4}));
-  EXPECT_FALSE(client_->hasAvailableService());
-
-  // Destruction unsubscribes exactly the services still available.
-  EXPECT_CALL(*transport_, subscribeEvents(Address{3, 7}, 3, _, _)).WillOnce(Return(true));
-  EXPECT_TRUE(client_->setAvailable({3, 7}, true));
-  EXPECT_CALL(*transport_, unsubscribeEvents(Address{3, 7})).WillOnce(Return(true));
-  client_.reset();
-}
-
-TEST_F(ClientTest, SubscriptionFailuresAndRefusedMethodsAreLogged) {
-  EXPECT_CALL(*transport_, subscribeEvents(Address{2, 7}, 2, ElementsAre(1, 2), _)).WillOnce(Return(false));
-  EXPECT_TRUE(client_->setAvailable({2, 7}, true));
-  EXPECT_TRUE(client_->isSupportedAndAvailable(2, 0x8002));
-  EXPECT_FALSE(client_->isSupportedAndAvailable(2, 0x8003));
-  EXPECT_FALSE(client_->isSupportedAndAvailable(4, 0x8001));
-  EXPECT_FALSE(client_->isSupportedAndAvailable(3, 0x8001));
-  EXPECT_CALL(*transport_, unsubscribeEvents(Address{2, 7})).WillOnce(Return(false));
-  EXPECT_TRUE(client_->setAvailable({2, 7}, false));
-  EXPECT_EQ(log_.lines(),
-            (std::vector<std::string>{
-                "WARN: Failed to subscribe to events of service [0x2,0x7] - event data will not update",
-                "ERROR: Service 0x2 does not have a method with id 0x8003",
-                "ERROR: Service 0x4 does not have a method with id 0x8001", "WARN: Service 0x3 not available",
-                "DEBUG: Failed to unsubscribe from events of service [0x2,0x7] - event data might be "
-                "inconsistent"}));
+  EXPECT_FALSE(client->setAvailable({3, 7}, false));
+  transport->failing = {"subscribeEvents 0x2/0x7 0x2: 0x1 0x2"};
+  EXPECT_TRUE(client->setAvailable({2, 7}, true));
+  // Service 2 goes without an unsubscription: the transport holds none to end.
+  EXPECT_EQ(client->setAllAvailable(false), (std::unordered_set<std::uint16_t>{2, 4}));
+  EXPECT_FALSE(client->hasAvailableService());
+  EXPECT_TRUE(client->setAvailable({3, 7}, true));
+  client.reset();  // unsubscribes exactly the services still available
+  const std::string ids = " 0x1 0x2 0x3";
+  EXPECT_EQ(transport->takeCalls(),
+            (Strings{"subscribeEvents 0x3/0x5 0x3:" + ids, "unsubscribeEvents 0x3/0x5",
+                     "subscribeEvents 0x3/0x6 0x3:" + ids + ids, "unsubscribeEvents 0x3/0x6",
+                     "subscribeEvents 0x2/0x7 0x2: 0x1 0x2", "unsubscribeEvents 0x2/0x7",
+                     "subscribeEvents 0x3/0x7 0x3:" + ids + ids + ids, "unsubscribeEvents 0x3/0x7"}));
+  const std::string added =
+      " was added for sensor 2a when it already had a known service instance with a "
+      "matching service id but a different instance id ";
+  EXPECT_EQ(log.lines(),
+            (Strings{"WARN: Service instance [0x3,0x6]" + added + "[0x5]; removing old instance.",
+                     "WARN: Service instance [0x3,0x7]" + added + "[0x6]; removing old instance.",
+                     "WARN: Failed to subscribe to events of service [0x2,0x7] - event data will not update",
+                     "DEBUG: Failed to unsubscribe from events of service [0x2,0x7] - event data might be "
+                     "inconsistent"}));
 }
 
 TEST_F(ClientTest, OnlyWholeKnownEventsReachTheCache) {
-  makeAvailable(2);
-  makeAvailable(3);
-  const auto deliver = [this](std::uint16_t serviceId, std::uint16_t eventId, const Bytes& payload) {
-    handlers_.at(serviceId)(eventId, payload.data(), payload.size());
-  };
-  // Big-endian floats: 3F800000 = 1, C0000000 = -2, 3F000000 = 0.5, 3FC00000 = 1.5, 40200000 = 2.5.
+  ASSERT_TRUE(client->setAvailable({2, 0x11}, true));
+  ASSERT_TRUE(client->setAvailable({3, 0x11}, true));
+  ClientA other(transport, 0x20);
+  ASSERT_TRUE(other.setAvailable({3, 0x20}, true));
+  const types::ScanDatum& datum = client->getScanDatumEvent();
+  ASSERT_NE(&datum, &other.getScanDatumEvent());
+  ASSERT_NE(&client->getSensorHealthStatusEvent(), &other.getSensorHealthStatusEvent());
+
   deliver(3, 1, {0x3F, 0xC0, 0, 0, 0x40, 0x20, 0, 0});
-  deliver(3, 2, {0x3F, 0x80, 0, 0});  // 1 radian
+  deliver(3, 2, {0x3F, 0x80, 0, 0});  // radians, cached in degrees
   deliver(3, 3, {1});
   deliver(2, 1, {7});
   deliver(2, 2, {14, 1, 0, 2, 0, 1, 0x3F, 0x80, 0, 0, 0xC0, 0, 0, 0, 0x3F, 0, 0, 0, 9, 9, 9, 9});
-  const auto expectFirstEvents = [this] {
-    EXPECT_EQ(client_->getAchievedScanSettingsEvent().value1, 1.5F);
-    EXPECT_EQ(client_->getAchievedScanSettingsEvent().value2, 2.5F);
-    EXPECT_EQ(client_->getScanDatumEvent().elevation, 57.29578F);
-    EXPECT_EQ(client_->getScanPatternCommandStatusEvent(), types::ScanPatternCommandStatus::REJECTED);
-    EXPECT_EQ(client_->getSystemModeStatusEvent(), types::SystemModeStatus::STANDBY);
-    const types::SensorHealthStatus health = client_->getSensorHealthStatusEvent();
-    EXPECT_EQ(health.mode, types::SystemModeStatus::SCANNING);
-    EXPECT_EQ(std::vector<bool>({health.flag1, health.flag2, health.flag3, health.flag4, health.flag5}),
-              std::vector<bool>({true, false, true, false, true}));
-    EXPECT_EQ(std::vector<float>({health.value1, health.value2, health.value3}),
-              std::vector<float>({1, -2, 0.5}));
-  };
-  expectFirstEvents();
-  EXPECT_TRUE(log_.lines().empty());
+  deliver(3, 2, MINUS_ONE, 0x20);
+  const std::string first = "achieved 1.5 2.5 datum 57.2957802 pattern 2 mode 2 health 1 -2 0.5 3 10101";
+  EXPECT_EQ(cacheText(*client), first);
+  EXPECT_EQ(cacheText(other), "achieved 0 0 datum -57.2957802 pattern 0 mode 0 health 0 0 0 0 00000");
 
+  // Broken events are logged and dropped; unknown ids and services are dropped silently.
   deliver(2, 2, Bytes(18, 0));
   deliver(2, 2, Bytes(23, 0));
-  handlers_.at(3)(2, nullptr, 4);
+  transport->deliverEvent({3, 0x11}, 2, nullptr, 4);
   deliver(2, 1, {15});  // no status symbol
+  deliver(3, 4, Bytes(4, 0));
+  deliver(2, 3, Bytes(1, 0));
+  client->onEventReceived(4, 2, MINUS_ONE.data(), 4);
+  client->onEventReceived(0x0102, 2, Bytes(22, 0).data(), 22);
   const std::string health = "kov::drivers::lidar::vesk::types::SensorHealthStatus&";
   EXPECT_EQ(
-      log_.lines(),
-      (std::vector<std::string>{
+      log.lines(),
+      (Strings{
           "DEBUG: Got event for " + health + " but sizes do not match: got 18 expected 22",
           "DEBUG: Got event for " + health + " but sizes do not match: got 23 expected 22",
           "DEBUG: Got event 0x2 with null data pointer - discarding it",
@@ -159,23 +133,21 @@ TEST_F(ClientTest, OnlyWholeKnownEventsReachTheCache) {
           "kov::drivers::lidar::vesk::types::SystemModeStatus because target has no symbol for this value",
           "DEBUG: Failed to deserialize event 0x1 as kov::drivers::lidar::vesk::types::SystemModeStatus& - "
           "discarding it"}));
+  EXPECT_EQ(cacheText(*client), first);
 
-  // Unknown ids and services are dropped silently.
-  log_.clear();
-  const Bytes zeros(22, 0);
-  deliver(3, 4, Bytes(4, 0));
-  deliver(2, 3, Bytes(1, 0));
-  client_->onEventReceived(4, 2, zeros.data(), 4);
-  client_->onEventReceived(0x0102, 2, zeros.data(), 22);
-  EXPECT_TRUE(log_.lines().empty());
-  expectFirstEvents();
+  // The references stay those of the records and follow later events; copies are the same records.
+  deliver(3, 2, MINUS_ONE);
+  EXPECT_EQ(datum.elevation, -57.29578F);
+  EXPECT_EQ(&client->getScanDatumEvent(), &datum);
+  types::AchievedScanSettings achieved{};
+  types::ScanDatum copied{};
+  client->copyEvent(achieved);
+  other.copyEvent(copied);
+  EXPECT_EQ(std::vector<float>({achieved.value1, achieved.value2, copied.elevation}),
+            std::vector<float>({1.5F, 2.5F, -57.29578F}));
 
-  client_->resetEventData();  // every cached record back to its default
-  EXPECT_EQ(client_->getScanDatumEvent().elevation, 0.0F);
-  EXPECT_EQ(client_->getSystemModeStatusEvent(), types::SystemModeStatus::UNKNOWN);
-  EXPECT_EQ(client_->getAchievedScanSettingsEvent().value2, 0.0F);
-  EXPECT_EQ(client_->getScanPatternCommandStatusEvent(), types::ScanPatternCommandStatus::UNKNOWN);
-  EXPECT_EQ(client_->getSensorHealthStatusEvent().mode, types::SystemModeStatus::UNKNOWN);
+  client->resetEventData();  // every cached record back to its default
+  EXPECT_EQ(cacheText(*client), "achieved 0 0 datum 0 pattern 0 mode 0 health 0 0 0 0 00000");
 }
 
 /// Calls a getter with a fresh output record.
@@ -187,118 +159,186 @@ std::function<bool(ClientA&)> get(bool (ClientA::*getter)(Out&) const) {
   };
 }
 
-class MethodCallTest : public ClientTest {
- protected:
-  void SetUp() override {
-    makeAvailable(2);
-    makeAvailable(3);
-    makeAvailable(4);
+TEST_F(ClientTest, MethodsSendExactBytesAndSizesAndFailuresAreLoggedOnce) {
+  for (const std::uint16_t service : {2, 3, 4}) {
+    ASSERT_TRUE(client->setAvailable({service, 0x11}, true));
   }
-};
-
-TEST_F(MethodCallTest, EveryOperationCallsItsMethodWithExactSizes) {
-  const types::DesiredScanSettings desired{10.0F, {}, {}, {}};
+  transport->takeCalls();
+  const types::DesiredScanSettings desired{20.0F, types::ScanHorizontalInterlaceMode::INTERLACE_8,
+                                           types::ScanControlLine::LINE_1, types::ScanFillMode::FILL_ON};
   const types::DatapathDestinationInfo destination{"10.0.0.1", 80};
-  const struct {
-    std::uint16_t service, method;
-    std::size_t requestSize, responseSize;
-    std::function<bool(ClientA&)> call;
-  } cases[] = {
-      {3, 0x8004, 4, 0, [](ClientA& c) { return c.setScanDatum({5.0F}); }},
-      {3, 0x8003, 0, 4, get(&ClientA::getScanDatum)},
-      {3, 0x8002, 7, 0, [&](ClientA& c) { return c.setDesiredScanSettings(desired); }},
-      {3, 0x8001, 0, 7, get(&ClientA::getDesiredScanSettings)},
-      {3, 0x8006, 0, 8, get(&ClientA::getAchievedScanSettings)},
-      {3, 0x8005, 1322, 0, [](ClientA& c) { return c.setScanPattern(types::ScanPattern{}); }},
-      {3, 0x8007, 0, 1, get(&ClientA::getScanPatternCommandStatus)},
-      {2, 0x8002, 1, 0, [](ClientA& c) { return c.setSystemMode(types::SystemModeCommand::SCANNING); }},
-      {2, 0x8001, 0, 1, get(&ClientA::getSystemModeStatus)},
-      {4, 0x0008, 0, 256, get(&ClientA::getSensorSoftwareVersion)},
-      {4, 0x000A, 0, 6, get(&ClientA::getDatapathDestinationInfo)},
-      {4, 0x000B, 6, 0, [&](ClientA& c) { return c.setDatapathDestinationInfo(destination); }},
+  const std::pair<std::string, std::function<bool(ClientA&)>> cases[] = {
+      {"0x3/0x11 0x8004 3db2b8c2 null", [](ClientA& c) { return c.setScanDatum({5.0F}); }},
+      {"0x3/0x11 0x8003 null 4", get(&ClientA::getScanDatum)},
+      {"0x3/0x11 0x8002 41a00000080101 null", [&](ClientA& c) { return c.setDesiredScanSettings(desired); }},
+      {"0x3/0x11 0x8001 null 7", get(&ClientA::getDesiredScanSettings)},
+      {"0x3/0x11 0x8006 null 8", get(&ClientA::getAchievedScanSettings)},
+      {"0x3/0x11 0x8005 (1322 bytes) null",
+       [](ClientA& c) { return c.setScanPattern(types::ScanPattern{}); }},
+      {"0x3/0x11 0x8007 null 1", get(&ClientA::getScanPatternCommandStatus)},
+      {"0x2/0x11 0x8002 01 null",
+       [](ClientA& c) { return c.setSystemMode(types::SystemModeCommand::SCANNING); }},
+      {"0x2/0x11 0x8001 null 1", get(&ClientA::getSystemModeStatus)},
+      {"0x4/0x11 0x8 null 256", get(&ClientA::getSensorSoftwareVersion)},
+      {"0x4/0x11 0xa null 6", get(&ClientA::getDatapathDestinationInfo)},
+      {"0x4/0x11 0xb 00500a000001 null",
+       [&](ClientA& c) { return c.setDatapathDestinationInfo(destination); }},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.method);
-    EXPECT_CALL(*transport_,
-                callMethod(Address{c.service, 0x11}, c.method, _, c.requestSize, _, c.responseSize))
-        .WillOnce([&c](const Address&, std::uint16_t, const void* request, std::size_t, void* response,
-                       std::size_t) {
-          EXPECT_EQ(request == nullptr, c.requestSize == 0);
-          EXPECT_EQ(response == nullptr, c.responseSize == 0);
-          return Result::Ok;
-        });
-    EXPECT_TRUE(c.call(*client_));
-    ::testing::Mock::VerifyAndClearExpectations(transport_.get());
+  for (const auto& [call, operation] : cases) {
+    EXPECT_TRUE(operation(*client)) << call;
+    EXPECT_EQ(transport->takeCalls(), Strings{"callMethod " + call});
   }
-  EXPECT_TRUE(log_.lines().empty());
-}
-
-TEST_F(MethodCallTest, RequestBytesAndTheDefaultResponseBuffer) {
-  Bytes request, response;
-  EXPECT_CALL(*transport_, callMethod(Address{3, 0x11}, 0x8002, _, 7, nullptr, 0))
-      .WillOnce([&](const Address&, std::uint16_t, const void* data, std::size_t size, void*, std::size_t) {
-        request.assign(static_cast<const std::uint8_t*>(data), static_cast<const std::uint8_t*>(data) + size);
-        return Result::Ok;
-      });
-  EXPECT_TRUE(
-      client_->setDesiredScanSettings({20.0F, types::ScanHorizontalInterlaceMode::INTERLACE_8,
-                                       types::ScanControlLine::LINE_1, types::ScanFillMode::FILL_ON}));
-  EXPECT_EQ(request, (Bytes{0x41, 0xA0, 0x00, 0x00, 0x08, 0x01, 0x01}));
-
-  // The response buffer starts as 10 Hz: a transport that writes nothing yields that value.
-  EXPECT_CALL(*transport_, callMethod(Address{3, 0x11}, 0x8001, nullptr, 0, _, 7))
-      .WillOnce([&](const Address&, std::uint16_t, const void*, std::size_t, void* data, std::size_t size) {
-        response.assign(static_cast<std::uint8_t*>(data), static_cast<std::uint8_t*>(data) + size);
-        return Result::Ok;
-      });
-  types::DesiredScanSettings settings{25.0F, types::ScanHorizontalInterlaceMode::INTERLACE_2, {}, {}};
-  EXPECT_TRUE(client_->getDesiredScanSettings(settings));
-  EXPECT_EQ(response, (Bytes{0x41, 0x20, 0x00, 0x00, 0x00, 0x00, 0x00}));
+  // A transport that writes nothing leaves the response buffer's start value: 10 Hz, all else zero.
+  types::DesiredScanSettings settings{25.0F, types::ScanHorizontalInterlaceMode::INTERLACE_2,
+                                      types::ScanControlLine::LINE_1, types::ScanFillMode::FILL_ON};
+  EXPECT_TRUE(client->getDesiredScanSettings(settings));
   EXPECT_EQ(settings.frameRate, 10.0F);
-  EXPECT_EQ(settings.horizontalInterlaceMode, types::ScanHorizontalInterlaceMode::NONE);
-}
+  EXPECT_EQ(std::vector<int>({static_cast<int>(settings.horizontalInterlaceMode),
+                              static_cast<int>(settings.controlLine), static_cast<int>(settings.fillMode)}),
+            std::vector<int>({0, 0, 0}));
+  transport->takeCalls();
 
-TEST_F(MethodCallTest, FailedAndRefusedCallsAreLoggedOnceAndLeaveTheOutputUntouched) {
-  EXPECT_CALL(*transport_, callMethod(_, 0x8003, _, _, _, _)).WillOnce(Return(Result::Timeout));
-  EXPECT_CALL(*transport_, callMethod(_, 0x8007, _, _, _, _)).WillOnce(Return(static_cast<Result>(0x12)));
-  EXPECT_CALL(*transport_, callMethod(_, 0x8001, _, _, _, _))
-      .WillOnce([](const Address&, std::uint16_t, const void*, std::size_t, void* data, std::size_t) {
-        *static_cast<std::uint8_t*>(data) = 15;  // no status symbol
-        return Result::Ok;
-      });
+  // Failed and refused calls are logged once and leave the output untouched.
+  transport->answers = {{0x8003, {Result::Timeout, {}}},
+                        {0x8004, {Result::Timeout, {}}},
+                        {0x8007, {static_cast<Result>(0x12), {}}},
+                        {0x8001, {Result::Ok, {15}}}};  // no status symbol
   types::ScanDatum datum{3.5F};
   auto patternStatus = types::ScanPatternCommandStatus::REJECTED;
   auto mode = types::SystemModeStatus::SCANNING;
-  EXPECT_FALSE(client_->getScanDatum(datum));
-  EXPECT_FALSE(client_->getScanPatternCommandStatus(patternStatus));
-  EXPECT_FALSE(client_->getSystemModeStatus(mode));
+  EXPECT_FALSE(client->getScanDatum(datum));
+  EXPECT_FALSE(client->getScanPatternCommandStatus(patternStatus));
+  EXPECT_FALSE(client->getSystemModeStatus(mode));
+  EXPECT_FALSE(client->setScanDatum({5.0F}));
+
+  // Refused before the transport.
+  EXPECT_TRUE(client->setAvailable({2, 0x11}, false));
+  types::ScanPattern tooLong;
+  tooLong.commands.resize(89);
+  EXPECT_FALSE(client->setSystemMode(types::SystemModeCommand::STANDBY));
+  EXPECT_FALSE(client->getSystemModeStatus(mode));
+  EXPECT_FALSE(client->setScanDatum({50.0F}));
+  EXPECT_FALSE(client->setScanPattern(tooLong));
+  EXPECT_FALSE(client->isSupportedAndAvailable(2, 0x8003));
+  EXPECT_FALSE(client->isSupportedAndAvailable(4, 0x8001));
   EXPECT_EQ(datum.elevation, 3.5F);
   EXPECT_EQ(patternStatus, types::ScanPatternCommandStatus::REJECTED);
   EXPECT_EQ(mode, types::SystemModeStatus::SCANNING);
-
-  // Refused before the transport: the strict mock fails the test on any further callMethod.
-  EXPECT_CALL(*transport_, unsubscribeEvents(Address{2, 0x11})).WillOnce(Return(true));
-  EXPECT_TRUE(client_->setAvailable({2, 0x11}, false));
-  types::ScanPattern tooLong;
-  tooLong.commands.resize(89);
-  EXPECT_FALSE(client_->setSystemMode(types::SystemModeCommand::STANDBY));
-  EXPECT_FALSE(client_->getSystemModeStatus(mode));
-  EXPECT_FALSE(client_->setScanDatum({50.0F}));
-  EXPECT_FALSE(client_->setScanPattern(tooLong));
-
+  EXPECT_EQ(transport->takeCalls(),
+            (Strings{"callMethod 0x3/0x11 0x8003 null 4", "callMethod 0x3/0x11 0x8007 null 1",
+                     "callMethod 0x2/0x11 0x8001 null 1", "callMethod 0x3/0x11 0x8004 3db2b8c2 null",
+                     "unsubscribeEvents 0x2/0x11"}));
   const std::string type = "kov::drivers::lidar::vesk::types::";
   const std::string notCalled = " not supported/available on this client - not calling the transport";
-  for (const auto& [level, text] : std::vector<std::pair<std::string, std::string>>{
-           {"WARN", "cannot call method 0x8003: SOME/IP transport timed out"},
-           {"ERROR", "cannot call method 0x8007: SOME/IP transport failed with code \"12\""},
-           {"ERROR", "cannot call method 0x8001: failed to deserialize " + type + "SystemModeStatus&"},
-           {"DEBUG", "const " + type + "SystemModeCommand&" + notCalled},
-           {"DEBUG", type + "SystemModeStatus&" + notCalled},
-           {"ERROR", "cannot call method 0x8004: failed to serialize const " + type + "ScanDatum&"},
-           {"ERROR", "cannot call method 0x8005: failed to serialize const " + type + "ScanPattern&"}}) {
-    EXPECT_EQ(log_.count(level, text), 1U) << text;
+  EXPECT_EQ(
+      log.lines(),
+      (Strings{
+          "WARN: cannot call method 0x8003: SOME/IP transport timed out",
+          "ERROR: cannot call method 0x8007: SOME/IP transport failed with code \"12\"",
+          "ERROR: cannot convert kov::drivers::lidar::vesk::serialization::SystemModeStatus value \"15\" "
+          "to " +
+              type + "SystemModeStatus because target has no symbol for this value",
+          "ERROR: cannot call method 0x8001: failed to deserialize " + type + "SystemModeStatus&",
+          "WARN: cannot call method 0x8004: SOME/IP transport timed out", "WARN: Service 0x2 not available",
+          "DEBUG: const " + type + "SystemModeCommand&" + notCalled, "WARN: Service 0x2 not available",
+          "DEBUG: " + type + "SystemModeStatus&" + notCalled,
+          "ERROR: Scan datum elevation = 50 degrees: out of range [-18;10]",
+          "ERROR: cannot call method 0x8004: failed to serialize const " + type + "ScanDatum&",
+          "ERROR: Too many scan pattern commands (89). Maximum number of commands: 88",
+          "ERROR: cannot call method 0x8005: failed to serialize const " + type + "ScanPattern&",
+          "ERROR: Service 0x2 does not have a method with id 0x8003",
+          "ERROR: Service 0x4 does not have a method with id 0x8001"}));
+}
+
+TEST(ClientEventCache, CopiesAreWholeWhileEventsArrive) {
+  auto transport = std::make_shared<RecordingTransport>();
+  ClientA client(transport, 0x10);
+  ASSERT_TRUE(client.setAvailable({2, 0x10}, true));
+  // Two heartbeats whose every field differs: a copy must be one or the other, never a mix.
+  const Bytes ones{14, 1, 1, 1, 1, 1, 0x3F, 0x80, 0, 0, 0x3F, 0x80, 0, 0, 0x3F, 0x80, 0, 0, 0, 0, 0, 0};
+  const Bytes minusOnes{7, 0, 0, 0, 0, 0, 0xBF, 0x80, 0, 0, 0xBF, 0x80, 0, 0, 0xBF, 0x80, 0, 0, 0, 0, 0, 0};
+  std::atomic<bool> finish{false};
+  std::thread events([&] {
+    for (int i = 0; !finish && i < 2'000'000; ++i) {
+      const Bytes& payload = (i & 1) != 0 ? ones : minusOnes;
+      transport->deliverEvent({2, 0x10}, 2, payload.data(), payload.size());
+    }
+  });
+  int mixed = 0;
+  int seenOnes = 0;
+  for (int read = 0; read < 20'000 || (seenOnes == 0 && read < 50'000'000); ++read) {
+    types::SensorHealthStatus health{};
+    client.copyEvent(health);
+    const bool one = health.value1 == 1.0F;
+    seenOnes += one ? 1 : 0;
+    mixed += ((health.value3 == 1.0F) != one || health.flag1 != one || health.flag5 != one ||
+              (health.mode == types::SystemModeStatus::SCANNING) != one)
+                 ? 1
+                 : 0;
   }
-  EXPECT_EQ(log_.count("WARN", "Service 0x2 not available"), 2U);
+  finish = true;
+  events.join();
+  EXPECT_EQ(mixed, 0);
+  EXPECT_GT(seenOnes, 0) << "the reader saw events arrive";
+}
+
+/// Sends every finished log record to `hook` (on the logging thread) and then drops it.
+struct HookLogger : kov::common::log::ILogger {
+  explicit HookLogger(std::function<void()> onMessage) : hook(std::move(onMessage)) {
+    setDiscardLevel(static_cast<kov::common::log::LogLevel>(0));
+  }
+  void sendLogMessage(std::shared_ptr<kov::common::log::LogData>) override { hook(); }
+  std::function<void()> hook;
+};
+
+/// A client of sensor 0x10 with service 2 subscribed at a transport that refuses to unsubscribe it, so
+/// that the transport keeps the client's event handler after the client is gone. The heartbeat it
+/// delivers is too short: a live client logs it.
+struct StuckSubscription {
+  StuckSubscription() {
+    EXPECT_TRUE(client->setAvailable({2, 0x10}, true));
+    transport->failing = {"unsubscribeEvents 0x2/0x10"};
+  }
+  bool deliver() { return transport->deliverEvent({2, 0x10}, 2, MINUS_ONE.data(), 4); }
+  std::shared_ptr<RecordingTransport> transport = std::make_shared<RecordingTransport>();
+  std::shared_ptr<ClientA> client = std::make_shared<ClientA>(transport, 0x10);
+};
+
+TEST(ClientEventHandler, DestructionWaitsForARunningHandlerAndLaterCallsDoNothing) {
+  // A handler blocked (in the application's logger) on another thread holds the destructor.
+  {
+    std::promise<void> entered, release;
+    std::shared_future<void> released = release.get_future().share();
+    std::atomic<bool> first{true};
+    LoggerScope scope(std::make_shared<HookLogger>([&] {
+      if (first.exchange(false)) {
+        entered.set_value();
+        released.wait_for(10s);
+      }
+    }));
+    StuckSubscription stuck;
+    std::thread handler([&] { stuck.deliver(); });
+    ASSERT_EQ(entered.get_future().wait_for(10s), std::future_status::ready);
+    auto destroyed = std::async(std::launch::async, [&] { stuck.client.reset(); });
+    EXPECT_EQ(destroyed.wait_for(100ms), std::future_status::timeout)
+        << "the client went while its handler ran";
+    release.set_value();
+    handler.join();
+    EXPECT_EQ(destroyed.wait_for(10s), std::future_status::ready);
+  }
+  // The handler itself drops the last reference: the destructor must not wait for itself, and the
+  // handler the transport still holds does nothing afterwards.
+  StuckSubscription stuck;
+  std::atomic<int> messages{0};
+  LoggerScope scope(std::make_shared<HookLogger>([&] {
+    if (++messages == 1) {
+      stuck.client.reset();  // inside the client's own event handler
+    }
+  }));
+  expectCompletes([&] { stuck.deliver(); }, "a client destroyed inside its own handler");
+  EXPECT_EQ(stuck.client, nullptr);
+  EXPECT_TRUE(stuck.deliver());
+  EXPECT_EQ(messages, 2) << "the size mismatch, then the failed unsubscription";
 }
 
 }  // namespace
