@@ -20,29 +20,8 @@ constexpr std::size_t UNTOUCHED = 0xC0FFEE;
 MessageHeader headerOf(std::uint16_t service, std::uint16_t method, std::uint16_t client,
                        std::uint16_t session, std::uint8_t interfaceVersion, MessageType type,
                        ReturnCode code) {
-  MessageHeader h;
-  h.serviceId = service;
-  h.methodId = method;
-  h.clientId = client;
-  h.sessionId = session;
-  h.interfaceVersion = interfaceVersion;
-  h.messageType = type;
-  h.returnCode = code;
-  h.length = 0xDEADBEEF;  // appendMessage computes the length itself
-  return h;
-}
-
-void expectHeader(const MessageHeader& actual, const MessageHeader& expected, std::uint32_t length,
-                  const std::string& name) {
-  EXPECT_EQ(actual.serviceId, expected.serviceId) << name;
-  EXPECT_EQ(actual.methodId, expected.methodId) << name;
-  EXPECT_EQ(actual.length, length) << name;
-  EXPECT_EQ(actual.clientId, expected.clientId) << name;
-  EXPECT_EQ(actual.sessionId, expected.sessionId) << name;
-  EXPECT_EQ(actual.protocolVersion, PROTOCOL_VERSION) << name;
-  EXPECT_EQ(actual.interfaceVersion, expected.interfaceVersion) << name;
-  EXPECT_EQ(actual.messageType, expected.messageType) << name;
-  EXPECT_EQ(actual.returnCode, expected.returnCode) << name;
+  // appendMessage computes the length itself.
+  return {service, method, 0xDEADBEEF, client, session, PROTOCOL_VERSION, interfaceVersion, type, code};
 }
 
 struct GoldenCase {
@@ -90,12 +69,11 @@ TEST(SomeIpHeader, EncodesAndParsesHandWrittenBytes) {
     std::size_t consumed = UNTOUCHED;
     ASSERT_EQ(parseMessage(c.wire.data(), c.wire.size(), view, consumed), ParseError::NONE) << c.name;
     EXPECT_EQ(consumed, c.wire.size()) << c.name;
-    expectHeader(view.header, c.header, static_cast<std::uint32_t>(8 + c.payload.size()), c.name);
     EXPECT_EQ(view.payload, c.wire.data() + 16) << c.name;
-    EXPECT_EQ(Bytes(view.payload, view.payload + view.payloadSize), c.payload) << c.name;
-
+    EXPECT_EQ(view.payloadSize, c.payload.size()) << c.name;
+    // Every parsed field, the length included, written back by the writer the golden bytes above prove.
     Bytes header(16, 0);
-    writeHeader(view.header, header.data());  // writes the parsed length as it is
+    writeHeader(view.header, header.data());
     EXPECT_EQ(header, Bytes(c.wire.begin(), c.wire.begin() + 16)) << c.name;
   }
 }
@@ -107,11 +85,6 @@ TEST(SomeIpDatagram, MessagesBackToBackAreReadOneAfterTheOther) {
   const Bytes version2{0x12, 0x34, 0x00, 0x01, 0x00, 0x00, 0x00, 0x0A, 0x00,
                        0x01, 0x00, 0x02, 0x02, 0x01, 0x00, 0x00, 0x77, 0x77};
   const Bytes datagram = concat({cases[0].wire, version2, cases[3].wire, {0x55, 0x66}});
-
-  Bytes built;
-  appendMessage(cases[0].header, cases[0].payload.data(), cases[0].payload.size(), built);
-  appendMessage(cases[3].header, cases[3].payload.data(), cases[3].payload.size(), built);
-  EXPECT_EQ(built, concat({cases[0].wire, cases[3].wire}));
 
   struct Step {
     ParseError error;
