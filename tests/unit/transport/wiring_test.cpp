@@ -35,14 +35,21 @@ const Endpoint PEER_SD{PEER, 30490};
 const Endpoint PEER_SERVICE{PEER, 30501};
 constexpr Address SCAN{0x0003, 0x0010};
 
-Bytes offerOf(std::uint16_t session, std::uint32_t ttl, std::uint8_t flags = 0xC0) {
-  return sdMessage(flags, session, {serviceEntry(0x01, 0x0003, 0x0010, 0x01, ttl, 0, 0, 1)},
-                   {ipv4Option(0x04, PEER, 0x11, 30501)});
+/// An offer of the scan service's `instance` at `peer`:30501.
+Bytes offerOf(std::uint16_t session, std::uint32_t ttl, std::uint32_t peer = PEER,
+              std::uint16_t instance = 0x10) {
+  return sdMessage(0xC0, session, {serviceEntry(0x01, 0x0003, instance, 0x01, ttl, 0, 0, 1)},
+                   {ipv4Option(0x04, peer, 0x11, 30501)});
 }
 
 class WiringTest : public ::testing::Test {
  protected:
-  void SetUp() override { start(defaultOptions()); }
+  void SetUp() override {
+    auto network = std::make_unique<FakeNetwork>();
+    net_ = network.get();
+    core_ = std::make_unique<detail::TransportCore>(defaultOptions(), std::move(network));
+    ASSERT_EQ(core_->connect(), Result::Ok);
+  }
   void TearDown() override { core_->disconnect(); }
 
   static TransportOptions defaultOptions() {
@@ -53,17 +60,12 @@ class WiringTest : public ::testing::Test {
     options.callTimeout = 20s;  // a call that ends early was ended by the wiring, not by a timeout
     options.offerTtlSeconds = 3;
     options.maxSubscribersPerPeer = 2;
+    options.maxPeers = 2;
+    options.peerIdleTimeout = 10s;
+    options.maxPendingCalls = 1;
+    options.maxHandlerBacklog = 50;
+    options.maxHandlerBacklogBytes = 4096;
     return options;
-  }
-
-  void start(const TransportOptions& options) {
-    if (core_) {
-      core_->disconnect();
-    }
-    auto network = std::make_unique<FakeNetwork>();
-    net_ = network.get();
-    core_ = std::make_unique<detail::TransportCore>(options, std::move(network));
-    ASSERT_EQ(core_->connect(), Result::Ok);
   }
 
   /// The next datagram sent to `to` from `channel`.
@@ -83,7 +85,29 @@ class WiringTest : public ::testing::Test {
     ASSERT_EQ(reports.waitFor("+16 "), "+16 ");
   }
 
+  /// A call of `method` of the scan service without payload, on a thread of its own.
+  std::future<Result> callLater(std::uint16_t method) {
+    return std::async(std::launch::async,
+                      [this, method] { return core_->callMethod(SCAN, method, nullptr, 0, nullptr, 0); });
+  }
+
+  /// Runs `change` under the lock that handlers share with the test, and wakes the waiters.
+  template <typename Change>
+  void update(Change change) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    change();
+    changed_.notify_all();
+  }
+  /// Waits (bounded) until `done` holds under that lock.
+  template <typename Predicate>
+  bool waitUntil(Predicate done) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, 5s, done);
+  }
+
   kov::test::LogCapture log_;  // installed before any transport thread logs; read after disconnect
+  std::mutex mutex_;
+  std::condition_variable changed_;
   FakeNetwork* net_{nullptr};
   std::unique_ptr<detail::TransportCore> core_;
 };
@@ -151,8 +175,7 @@ TEST_F(WiringTest, FindOfferStopOfferTtlAndRebootBecomeReportsAndEndWaitingCalls
 
   // A call waiting for an instance that is withdrawn ends at once; so do TTL expiry and a reboot.
   const auto withdrawn = [&](const Bytes& sd, std::chrono::milliseconds timeStep, const char* what) {
-    auto call = std::async(std::launch::async,
-                           [&] { return core_->callMethod(SCAN, 0x0001, nullptr, 0, nullptr, 0); });
+    auto call = callLater(0x0001);
     sentTo(PEER_SERVICE, Channel::CLIENT);
     if (!sd.empty()) {
       net_->deliver(Channel::SD_MULTICAST, PEER_SD, sd);
@@ -277,8 +300,6 @@ TEST_F(WiringTest, RequestsAreAnsweredWithTheProtocolsErrorsOnlyWhereAnAnswerIsD
 TEST_F(WiringTest, EventsArriveByUnicastAndAtTheMulticastGroupOfTheAck) {
   Reports reports;
   discoverScan(reports);
-  std::mutex mutex;
-  std::condition_variable arrived;
   std::vector<std::pair<std::uint16_t, Bytes>> events;
   std::atomic<bool> unsubscribed{false};
   std::atomic<int> late{0};
@@ -286,10 +307,8 @@ TEST_F(WiringTest, EventsArriveByUnicastAndAtTheMulticastGroupOfTheAck) {
                                      [&](std::uint16_t id, const void* data, std::size_t size) {
                                        std::this_thread::sleep_for(1ms);  // events queue up behind
                                        late += unsubscribed ? 1 : 0;
-                                       std::lock_guard<std::mutex> lock(mutex);
                                        const auto* bytes = static_cast<const std::uint8_t*>(data);
-                                       events.emplace_back(id, Bytes(bytes, bytes + size));
-                                       arrived.notify_all();
+                                       update([&] { events.emplace_back(id, Bytes(bytes, bytes + size)); });
                                      }));
   EXPECT_EQ(sentTo(PEER_SD),
             sdMessage(0xC0, 1, {eventgroupEntry(0x06, 0x0003, 0x0010, 0x01, 3, 0x0001, 0, 1)},
@@ -307,11 +326,10 @@ TEST_F(WiringTest, EventsArriveByUnicastAndAtTheMulticastGroupOfTheAck) {
   ASSERT_TRUE(net_->drained());
   EXPECT_EQ(net_->groups(), std::set<Endpoint>{group});
   net_->deliver(Channel::EVENT_GROUP, PEER_SERVICE, message(event, {0x04}));
-  {
-    std::unique_lock<std::mutex> lock(mutex);
-    ASSERT_TRUE(arrived.wait_for(lock, 5s, [&] { return events.size() >= 2; }));
+  ASSERT_TRUE(waitUntil([&] { return events.size() >= 2; }));
+  update([&] {
     EXPECT_EQ(events, (std::vector<std::pair<std::uint16_t, Bytes>>{{1, {0x03}}, {1, {0x04}}}));
-  }
+  });
   // Events keep coming while unsubscribing: no handler runs once unsubscribeEvents returned.
   std::atomic<bool> stop{false};
   std::thread publisher([&] {
@@ -319,10 +337,7 @@ TEST_F(WiringTest, EventsArriveByUnicastAndAtTheMulticastGroupOfTheAck) {
       net_->deliver(Channel::CLIENT, PEER_SERVICE, message(event, {0x05}));
     }
   });
-  {
-    std::unique_lock<std::mutex> lock(mutex);
-    ASSERT_TRUE(arrived.wait_for(lock, 5s, [&] { return events.size() >= 3; }));
-  }
+  ASSERT_TRUE(waitUntil([&] { return events.size() >= 3; }));
   ASSERT_TRUE(core_->unsubscribeEvents(SCAN));
   unsubscribed = true;
   std::this_thread::sleep_for(20ms);
@@ -337,50 +352,35 @@ TEST_F(WiringTest, EventsArriveByUnicastAndAtTheMulticastGroupOfTheAck) {
 }
 
 TEST_F(WiringTest, ASlowHandlerStallsNeitherCallsNorMemoryAndDroppedEventsAreLoggedOnce) {
-  TransportOptions options = defaultOptions();
-  options.maxHandlerBacklog = 50;
-  options.maxHandlerBacklogBytes = 4096;
-  start(options);
   Reports reports;
   discoverScan(reports);
-  std::mutex mutex;
-  std::condition_variable changed;
   bool release = false;
   std::size_t entered = 0;
   ASSERT_TRUE(core_->subscribeEvents(SCAN, 0x0001, {0x0001}, [&](std::uint16_t, const void*, std::size_t) {
-    std::unique_lock<std::mutex> lock(mutex);
+    std::unique_lock<std::mutex> lock(mutex_);
     ++entered;
-    changed.notify_all();
-    changed.wait_for(lock, 5s, [&] { return release; });  // the first call holds the dispatch thread
+    changed_.notify_all();
+    changed_.wait_for(lock, 5s, [&] { return release; });  // the first call holds the dispatch thread
   }));
   const Bytes event = message({0x0003, 0x8001, 0x0000, 0x0001, 0x01, 0x01, 0x02, 0x00}, {0x07});
   const auto handled = [&](std::size_t count) {
     net_->deliver(Channel::CLIENT, PEER_SERVICE, event);
-    std::unique_lock<std::mutex> lock(mutex);
-    return changed.wait_for(lock, 5s, [&] { return entered == count; });
+    return waitUntil([&] { return entered == count; });
   };
   ASSERT_TRUE(handled(1));
   for (int i = 0; i < 199; ++i) {  // 50 are queued behind the blocked handler, 149 dropped
     net_->deliver(Channel::CLIENT, PEER_SERVICE, event);
   }
   // Reception goes on behind the blocked handler: a call is answered.
-  auto call =
-      std::async(std::launch::async, [&] { return core_->callMethod(SCAN, 0x0001, nullptr, 0, nullptr, 0); });
+  auto call = callLater(0x0001);
   Bytes response = sentTo(PEER_SERVICE, Channel::CLIENT);
   response.at(14) = 0x80;
   net_->deliver(Channel::CLIENT, PEER_SERVICE, response);
   ASSERT_EQ(call.wait_for(5s), std::future_status::ready);
   EXPECT_EQ(call.get(), Result::Ok);
-  {
-    std::lock_guard<std::mutex> lock(mutex);
-    release = true;
-  }
-  changed.notify_all();
-  {
-    std::unique_lock<std::mutex> lock(mutex);
-    ASSERT_TRUE(changed.wait_for(lock, 5s, [&] { return entered == 51; }));  // the backlog drained
-  }
-  ASSERT_TRUE(handled(52));  // queued again
+  update([&] { release = true; });
+  ASSERT_TRUE(waitUntil([&] { return entered == 51; }));  // the backlog drained
+  ASSERT_TRUE(handled(52));                               // queued again
   core_->disconnect();
   EXPECT_EQ(entered, 52U) << "the blocked event, the 50 queued behind it and the one after";
   EXPECT_EQ(log_.lines(), (std::vector<std::string>{
@@ -409,35 +409,23 @@ TEST_F(WiringTest, ProblemsAreLoggedOncePerPeerAndKindPerIntervalWithTheSuppress
 }
 
 TEST_F(WiringTest, TablesStayBoundedWhateverTheNetworkSends) {
-  TransportOptions options = defaultOptions();
-  options.maxPeers = 2;
-  options.peerIdleTimeout = 10s;
-  options.maxPendingCalls = 1;
-  start(options);
   Reports reports;
   discoverScan(reports);
   // A third SD peer is not admitted while two are known and active: its offer is not seen.
-  net_->deliver(Channel::SD_MULTICAST, {0xC6120003, 30490},
-                sdMessage(0xC0, 1, {serviceEntry(0x01, 0x0003, 0x0011, 0x01, 3, 0, 0, 1)},
-                          {ipv4Option(0x04, 0xC6120003, 0x11, 30501)}));
-  net_->deliver(Channel::SD_MULTICAST, {0xC6120004, 30490},
-                sdMessage(0xC0, 1, {serviceEntry(0x01, 0x0003, 0x0012, 0x01, 3, 0, 0, 1)},
-                          {ipv4Option(0x04, 0xC6120004, 0x11, 30501)}));
+  net_->deliver(Channel::SD_MULTICAST, {0xC6120003, 30490}, offerOf(1, 3, 0xC6120003, 0x0011));
+  net_->deliver(Channel::SD_MULTICAST, {0xC6120004, 30490}, offerOf(1, 3, 0xC6120004, 0x0012));
   EXPECT_EQ(reports.waitFor("+16 +17 "), "+16 +17 ");
   ASSERT_TRUE(net_->drained());
   EXPECT_EQ(core_->offeredEndpoint({0x0003, 0x0012}), std::nullopt);
   // Only one call may wait at a time.
-  auto call =
-      std::async(std::launch::async, [&] { return core_->callMethod(SCAN, 1, nullptr, 0, nullptr, 0); });
+  auto call = callLater(1);
   sentTo(PEER_SERVICE, Channel::CLIENT);
   EXPECT_EQ(core_->callMethod(SCAN, 2, nullptr, 0, nullptr, 0), RESULT_TOO_MANY_CALLS);
   // Peers whose offers ran out and that stayed silent are forgotten, which makes room for a new one.
   net_->advance(11s);
   EXPECT_EQ(reports.waitFor("+16 +17 -16 -17 "), "+16 +17 -16 -17 ");
   EXPECT_EQ(call.get(), RESULT_INSTANCE_GONE);
-  net_->deliver(Channel::SD_MULTICAST, {0xC6120004, 30490},
-                sdMessage(0xC0, 2, {serviceEntry(0x01, 0x0003, 0x0012, 0x01, 3, 0, 0, 1)},
-                          {ipv4Option(0x04, 0xC6120004, 0x11, 30501)}));
+  net_->deliver(Channel::SD_MULTICAST, {0xC6120004, 30490}, offerOf(2, 3, 0xC6120004, 0x0012));
   EXPECT_EQ(reports.waitFor("+16 +17 -16 -17 +18 "), "+16 +17 -16 -17 +18 ");
   core_->disconnect();
   EXPECT_EQ(log_.count("WARN", "Dropping SOME/IP-SD message from 198.18.0.4: 2 SD peers are known already"),
