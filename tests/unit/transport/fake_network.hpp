@@ -22,12 +22,14 @@ class FakeNetwork final : public detail::Network {
   using Bytes = std::vector<std::uint8_t>;
   using Endpoint = kov::platform::networking::someip::Endpoint;
   using Channel = detail::Channel;
-  struct Sent {
+  /// A datagram with the endpoint it went to, or came from.
+  struct Datagram {
     Channel channel;
     std::uint16_t instanceId;
-    Endpoint to;
+    Endpoint peer;
     Bytes bytes;
   };
+  using Sent = Datagram;
 
   static constexpr std::uint16_t CLIENT_PORT = 40000;
   static constexpr std::uint16_t FIRST_INSTANCE_PORT = 41000;
@@ -124,7 +126,7 @@ class FakeNetwork final : public detail::Network {
     return open_ ? 0 : 9;  // EBADF once closed
   }
   void receive(std::chrono::milliseconds timeout, const OnDatagram& onDatagram) override {
-    std::deque<Incoming> batch;
+    std::deque<Datagram> batch;
     {
       std::unique_lock<std::mutex> lock(mutex_);
       // Time stands still here, so a timer wait is only a pause for the next event (kept short).
@@ -134,8 +136,8 @@ class FakeNetwork final : public detail::Network {
       batch.swap(incoming_);
       reading_ = !batch.empty();
     }
-    for (const Incoming& datagram : batch) {
-      onDatagram(datagram.channel, datagram.instanceId, datagram.from, datagram.bytes.data(),
+    for (const Datagram& datagram : batch) {
+      onDatagram(datagram.channel, datagram.instanceId, datagram.peer, datagram.bytes.data(),
                  datagram.bytes.size());
     }
     std::lock_guard<std::mutex> lock(mutex_);
@@ -149,17 +151,10 @@ class FakeNetwork final : public detail::Network {
   }
 
  private:
-  struct Incoming {
-    Channel channel;
-    std::uint16_t instanceId;
-    Endpoint from;
-    Bytes bytes;
-  };
-
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   detail::Clock::time_point now_{detail::Clock::time_point{} + std::chrono::hours(1)};
-  std::deque<Incoming> incoming_;
+  std::deque<Datagram> incoming_;
   bool kicked_{false};
   bool reading_{false};
   bool open_{false};

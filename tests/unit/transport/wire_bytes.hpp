@@ -15,10 +15,6 @@ inline void put16(Bytes& out, std::uint16_t value) {
   out.push_back(static_cast<std::uint8_t>(value >> 8));
   out.push_back(static_cast<std::uint8_t>(value));
 }
-inline void put24(Bytes& out, std::uint32_t value) {
-  out.push_back(static_cast<std::uint8_t>(value >> 16));
-  put16(out, static_cast<std::uint16_t>(value));
-}
 inline void put32(Bytes& out, std::uint32_t value) {
   put16(out, static_cast<std::uint16_t>(value >> 16));
   put16(out, static_cast<std::uint16_t>(value));
@@ -63,8 +59,8 @@ inline Bytes entryHead(std::uint8_t type, std::uint16_t service, std::uint16_t i
   Bytes out{type, firstOption, 0x00, static_cast<std::uint8_t>(optionCount << 4)};
   put16(out, service);
   put16(out, instance);
-  out.push_back(major);
-  put24(out, ttl);
+  out.insert(out.end(), {major, static_cast<std::uint8_t>(ttl >> 16)});
+  put16(out, static_cast<std::uint16_t>(ttl));
   return out;
 }
 
@@ -104,21 +100,9 @@ inline Bytes ipv4Option(std::uint8_t type, std::uint32_t ip, std::uint8_t protoc
 inline Bytes sdMessage(std::uint8_t flags, std::uint16_t session, std::initializer_list<Bytes> entries,
                        std::initializer_list<Bytes> options = {}) {
   Bytes payload{flags, 0x00, 0x00, 0x00};
-  std::uint32_t entriesLength = 0;
-  for (const Bytes& entry : entries) {
-    entriesLength += static_cast<std::uint32_t>(entry.size());
-  }
-  put32(payload, entriesLength);
-  for (const Bytes& entry : entries) {
-    payload.insert(payload.end(), entry.begin(), entry.end());
-  }
-  std::uint32_t optionsLength = 0;
-  for (const Bytes& option : options) {
-    optionsLength += static_cast<std::uint32_t>(option.size());
-  }
-  put32(payload, optionsLength);
-  for (const Bytes& option : options) {
-    payload.insert(payload.end(), option.begin(), option.end());
+  for (const Bytes& array : {concat(entries), concat(options)}) {
+    put32(payload, static_cast<std::uint32_t>(array.size()));
+    payload.insert(payload.end(), array.begin(), array.end());
   }
   return message({0xFFFF, 0x8100, 0x0000, session, 0x01, 0x01, 0x02, 0x00}, payload);
 }

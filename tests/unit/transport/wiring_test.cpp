@@ -71,8 +71,8 @@ class WiringTest : public ::testing::Test {
   /// The next datagram sent to `to` from `channel`.
   Bytes sentTo(const Endpoint& to, Channel channel = Channel::SD_UNICAST) {
     FakeNetwork::Sent sent{};
-    const bool found =
-        net_->takeSent([&](const FakeNetwork::Sent& s) { return s.to == to && s.channel == channel; }, sent);
+    const bool found = net_->takeSent(
+        [&](const FakeNetwork::Sent& s) { return s.peer == to && s.channel == channel; }, sent);
     EXPECT_TRUE(found) << "nothing sent to " << toString(to);
     return sent.bytes;
   }
@@ -257,7 +257,7 @@ TEST_F(WiringTest, SubscribersGetAnAckOrANackAndNotificationsCarryTheWireEventId
   ASSERT_TRUE(core_->notifyEvent(SCAN, 0x0001, next, 2));
   std::set<Endpoint> notified;
   for (const auto& sent : net_->sent()) {
-    notified.insert(sent.to);
+    notified.insert(sent.peer);
   }
   EXPECT_EQ(notified, (std::set<Endpoint>{{PEER, 50000}, {PEER, 50001}}));
 }
@@ -293,7 +293,7 @@ TEST_F(WiringTest, RequestsAreAnsweredWithTheProtocolsErrorsOnlyWhereAnAnswerIsD
             message({0x0003, 0x0005, 0x1234, 0x0007, 0x01, 0x00, 0x80, 0x00}, {0x0A}));
   EXPECT_EQ(handled.load(), 1);
   for (const auto& sent : net_->sent()) {
-    EXPECT_NE(sent.to, client) << "unexpected answer of " << sent.bytes.size() << " bytes";
+    EXPECT_NE(sent.peer, client) << "unexpected answer of " << sent.bytes.size() << " bytes";
   }
 }
 
