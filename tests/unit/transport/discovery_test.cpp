@@ -36,12 +36,12 @@ TransportOptions testOptions() {
   options.repetitionsMax = 3;
   options.cyclicOfferDelay = 1000ms;
   options.offerTtlSeconds = 3;
+  options.serviceMajorVersion = 1;  // of the instances a server offers
+  options.serviceMinorVersion = 7;
   return options;
 }
 
-std::chrono::milliseconds fixedInitialDelay() {
-  return 50ms;
-}
+const auto fixedInitialDelay = [] { return 50ms; };
 
 SdEntry offerEntry(const Address& address, std::uint32_t ttl, const Endpoint& endpoint,
                    std::uint8_t protocol = L4_PROTOCOL_UDP, std::uint8_t major = 0) {
@@ -143,7 +143,6 @@ TEST(DiscoveryClient, StopsFindingOnceOffered) {
 TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   const TransportOptions options = testOptions();
   DiscoveryClient client(options, fixedInitialDelay);
-  RebootDetector reboots;
   Changes changes;
   SdOutbox out;
   const auto offer = [&](Clock::time_point at, std::uint32_t peer, const SdEntry& entry) {
@@ -185,14 +184,11 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   offer(T0 + 6s, PEER_A, offerEntry(SERVICE_10, 0, ENDPOINT_A));
   EXPECT_EQ(text(changes), "+16 -16 ");
 
-  // A peer reboot (its session id going back with the reboot flag) takes all of its offers away; its
-  // next offer makes them available again. Another peer's offers stay.
+  // A peer reboot takes all of its offers away; its next offer makes them available again. Another
+  // peer's offers stay.
   changes.clear();
-  reboots.update(PEER_A, true, true, 7);
   offer(T0 + 7s, PEER_A, offerEntry(SERVICE_10, TTL_INFINITE, ENDPOINT_A));
   offer(T0 + 7s, PEER_B, offerEntry(SERVICE_11, TTL_INFINITE, {PEER_B, 30502}));
-  EXPECT_FALSE(reboots.update(PEER_A, true, true, 8));
-  ASSERT_TRUE(reboots.update(PEER_A, true, true, 1));
   client.onPeerReboot(PEER_A, changes);
   offer(T0 + 8s, PEER_A, offerEntry(SERVICE_10, TTL_INFINITE, ENDPOINT_A));
   EXPECT_EQ(text(changes), "+16 +17 -16 +16 ");
@@ -262,10 +258,8 @@ TEST(SdSessionCounter, StartsAtOneWithTheRebootFlagUntilTheFirstWrap) {
   EXPECT_EQ(counter.next(), std::make_pair(std::uint16_t{2}, false));
 }
 
-TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclically) {
-  TransportOptions options = testOptions();
-  options.serviceMajorVersion = 1;
-  options.serviceMinorVersion = 7;
+TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclicallyAndAnswersMatchingFinds) {
+  const TransportOptions options = testOptions();
   DiscoveryServer server(options, fixedInitialDelay);
   ASSERT_TRUE(server.offer(SERVICE_10, ENDPOINT_A, T0));
   EXPECT_FALSE(server.offer(SERVICE_10, {PEER_A, 1}, T0));
@@ -279,32 +273,8 @@ TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclically) {
                                                       0, {udpOption(ENDPOINT_A)})));
   }
 
-  // StopOffer withdraws the instance at once (TTL 0, multicast); stopAll withdraws the rest.
+  // Finds are answered to the peer that sent them, with each matching instance.
   ASSERT_TRUE(server.offer(SERVICE_11, ENDPOINT_A, T0));
-  ASSERT_TRUE(server.offer({0x4321, 1}, ENDPOINT_A, T0));
-  SdOutbox out;
-  EXPECT_TRUE(server.stopOffer(SERVICE_10, out));
-  EXPECT_FALSE(server.stopOffer(SERVICE_10, out));
-  ASSERT_EQ(out.size(), 1U);
-  EXPECT_TRUE(out[0].multicast);
-  EXPECT_EQ(fieldsOf(out[0].entry), fieldsOf(sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, 0x0010, 1, 0, 7, 0,
-                                                     0, {udpOption(ENDPOINT_A)})));
-  EXPECT_FALSE(server.isOffered(SERVICE_10));
-  out.clear();
-  server.stopAll(out);
-  ASSERT_EQ(out.size(), 2U);
-  EXPECT_EQ(out[0].entry.ttl + out[1].entry.ttl, 0U);
-  EXPECT_FALSE(server.isOffered(SERVICE_11));
-  EXPECT_EQ(server.nextDeadline(), Clock::time_point::max());
-}
-
-TEST(DiscoveryServer, AnswersMatchingFindsToThePeer) {
-  TransportOptions options = testOptions();
-  options.serviceMajorVersion = 1;
-  options.serviceMinorVersion = 7;
-  DiscoveryServer server(options, fixedInitialDelay);
-  server.offer(SERVICE_10, ENDPOINT_A, T0);
-  server.offer(SERVICE_11, ENDPOINT_A, T0);
   struct Case {
     std::string name;
     std::uint16_t service;
@@ -337,25 +307,37 @@ TEST(DiscoveryServer, AnswersMatchingFindsToThePeer) {
     }
     EXPECT_EQ(answered, c.answered) << c.name;
   }
+
+  // StopOffer withdraws the instance at once (TTL 0, multicast); stopAll withdraws the rest.
+  ASSERT_TRUE(server.offer({0x4321, 1}, ENDPOINT_A, T0));
+  SdOutbox out;
+  EXPECT_TRUE(server.stopOffer(SERVICE_10, out));
+  EXPECT_FALSE(server.stopOffer(SERVICE_10, out));
+  ASSERT_EQ(out.size(), 1U);
+  EXPECT_TRUE(out[0].multicast);
+  EXPECT_EQ(fieldsOf(out[0].entry), fieldsOf(sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, 0x0010, 1, 0, 7, 0,
+                                                     0, {udpOption(ENDPOINT_A)})));
+  EXPECT_FALSE(server.isOffered(SERVICE_10));
+  out.clear();
+  server.stopAll(out);
+  ASSERT_EQ(out.size(), 2U);
+  EXPECT_EQ(out[0].entry.ttl + out[1].entry.ttl, 0U);
+  EXPECT_FALSE(server.isOffered(SERVICE_11));
+  EXPECT_EQ(server.nextDeadline(), Clock::time_point::max());
 }
 
 TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
-  TransportOptions options = testOptions();
-  options.serviceMajorVersion = 1;
+  const TransportOptions options = testOptions();
   DiscoveryServer server(options, fixedInitialDelay);
   server.offer(SERVICE_10, ENDPOINT_A, T0);
   ASSERT_TRUE(server.addEventgroup(SERVICE_10, 1));
   EXPECT_FALSE(server.addEventgroup({0x1234, 0x0099}, 1));
   const Endpoint subscriberB{PEER_B, 40001};
   const Endpoint subscriberB2{PEER_B, 40002};
-  const auto subscribe = [](const Address& address, std::uint16_t eventgroup, std::uint32_t ttl,
-                            std::uint8_t major, const std::vector<Endpoint>& endpoints) {
-    SdEntry entry = sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, address.serviceId, address.instanceId, major,
-                            ttl, 0, eventgroup, 2);
-    for (const auto& endpoint : endpoints) {
-      entry.options.push_back(udpOption(endpoint));
-    }
-    return entry;
+  // A subscription to event group 1, major version 1, counter 2.
+  const auto subscribe = [](const Address& address, std::uint32_t ttl, std::vector<SdOption> options) {
+    return sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, address.serviceId, address.instanceId, 1, ttl, 0, 1, 2,
+                   std::move(options));
   };
 
   struct Case {
@@ -366,11 +348,11 @@ TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
     bool joins;
   };
   const std::vector<Case> cases{
-      {"new subscriber", subscribe(SERVICE_10, 1, 3, 1, {subscriberB}), T0, 3, true},
-      {"renewal", subscribe(SERVICE_10, 1, 3, 1, {subscriberB}), T0 + 2s, 3, false},
-      {"second endpoint of the peer", subscribe(SERVICE_10, 1, 3, 1, {subscriberB2}), T0, 3, true},
-      {"unknown instance", subscribe(SERVICE_11, 1, 3, 1, {subscriberB}), T0, 0, false},
-      {"no endpoint", subscribe(SERVICE_10, 1, 3, 1, {}), T0, 0, false},
+      {"new subscriber", subscribe(SERVICE_10, 3, {udpOption(subscriberB)}), T0, 3, true},
+      {"renewal", subscribe(SERVICE_10, 3, {udpOption(subscriberB)}), T0 + 2s, 3, false},
+      {"second endpoint of the peer", subscribe(SERVICE_10, 3, {udpOption(subscriberB2)}), T0, 3, true},
+      {"unknown instance", subscribe(SERVICE_11, 3, {udpOption(subscriberB)}), T0, 0, false},
+      {"no endpoint", subscribe(SERVICE_10, 3, {}), T0, 0, false},
   };
   for (const auto& c : cases) {
     SdOutbox out;
@@ -384,9 +366,8 @@ TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
         << c.name;
     ASSERT_EQ(joined.size(), c.joins ? 1U : 0U) << c.name;
     if (c.joins) {
-      EXPECT_EQ(joined[0].address, SERVICE_10);
-      EXPECT_EQ(joined[0].eventgroupId, 1);
-      EXPECT_EQ(joined[0].endpoint, c.entry.options[0].port == 40001 ? subscriberB : subscriberB2);
+      EXPECT_EQ(std::tie(joined[0].address, joined[0].eventgroupId, joined[0].endpoint),
+                std::make_tuple(SERVICE_10, std::uint16_t{1}, Endpoint{PEER_B, c.entry.options[0].port}));
     }
   }
   EXPECT_EQ(server.subscribers(SERVICE_10, {1}), (std::set<Endpoint>{subscriberB, subscriberB2}));
@@ -405,11 +386,11 @@ TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
   // all of its endpoints.
   std::vector<NewSubscriber> joined;
   out.clear();
-  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 1, 3, 1, {subscriberB}), out, joined);
-  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 1, 3, 1, {subscriberB2}), out, joined);
-  server.onSubscribeEntry(T0 + 6s, PEER_A, subscribe(SERVICE_10, 1, 3, 1, {ENDPOINT_A}), out, joined);
+  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 3, {udpOption(subscriberB)}), out, joined);
+  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 3, {udpOption(subscriberB2)}), out, joined);
+  server.onSubscribeEntry(T0 + 6s, PEER_A, subscribe(SERVICE_10, 3, {udpOption(ENDPOINT_A)}), out, joined);
   out.clear();
-  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 1, 0, 1, {subscriberB}), out, joined);
+  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 0, {udpOption(subscriberB)}), out, joined);
   EXPECT_TRUE(out.empty());
   EXPECT_EQ(server.subscribers(SERVICE_10, {1}), (std::set<Endpoint>{ENDPOINT_A, subscriberB2}));
   server.onPeerReboot(PEER_B);
