@@ -31,31 +31,20 @@ struct GoldenCase {
   Bytes wire;
 };
 
+// Requests, notifications and errors of common values are checked byte for byte where the transport sends
+// and reads them (wiring_test.cpp); these are the extremes: all-ones ids and a non-zero return code.
 std::vector<GoldenCase> goldenCases() {
   return {
-      {"request",
-       headerOf(0x1234, 0x0421, 0x1000, 0x0007, 0x02, MessageType::REQUEST, ReturnCode::E_OK),
-       {0xDE, 0xAD, 0xBE},
-       {0x12, 0x34, 0x04, 0x21, 0x00, 0x00, 0x00, 0x0B, 0x10, 0x00, 0x00, 0x07, 0x01, 0x02, 0x00, 0x00, 0xDE,
-        0xAD, 0xBE}},
       {"fire and forget",
        headerOf(0xBEEF, 0x0001, 0xFFFF, 0xFFFF, 0xFF, MessageType::REQUEST_NO_RETURN, ReturnCode::E_OK),
        {0x00},
        {0xBE, 0xEF, 0x00, 0x01, 0x00, 0x00, 0x00, 0x09, 0xFF, 0xFF, 0xFF, 0xFF, 0x01, 0xFF, 0x01, 0x00,
         0x00}},
-      {"notification without payload",
-       headerOf(0x1234, 0x8001, 0x0000, 0x0100, 0x01, MessageType::NOTIFICATION, ReturnCode::E_OK),
-       {},
-       {0x12, 0x34, 0x80, 0x01, 0x00, 0x00, 0x00, 0x08, 0x00, 0x00, 0x01, 0x00, 0x01, 0x01, 0x02, 0x00}},
       {"response",
        headerOf(0x0102, 0x0304, 0x0506, 0x0708, 0x09, MessageType::RESPONSE, ReturnCode::E_NOT_READY),
        {0x11, 0x22, 0x33, 0x44},
        {0x01, 0x02, 0x03, 0x04, 0x00, 0x00, 0x00, 0x0C, 0x05, 0x06,
         0x07, 0x08, 0x01, 0x09, 0x80, 0x04, 0x11, 0x22, 0x33, 0x44}},
-      {"error",
-       headerOf(0x1234, 0x0421, 0x1000, 0x0007, 0x02, MessageType::ERROR, ReturnCode::E_WRONG_MESSAGE_TYPE),
-       {},
-       {0x12, 0x34, 0x04, 0x21, 0x00, 0x00, 0x00, 0x08, 0x10, 0x00, 0x00, 0x07, 0x01, 0x02, 0x81, 0x0A}},
   };
 }
 
@@ -80,18 +69,18 @@ TEST(SomeIpHeader, EncodesAndParsesHandWrittenBytes) {
 
 TEST(SomeIpDatagram, MessagesBackToBackAreReadOneAfterTheOther) {
   const auto cases = goldenCases();
-  // A request, a message of protocol version 2 (skipped, its length still counts), a response, and two
-  // stray bytes after a length field that covers less than the datagram.
+  // A fire and forget request, a message of protocol version 2 (skipped, its length still counts), a
+  // response, and two stray bytes after a length field that covers less than the datagram.
   const Bytes version2{0x12, 0x34, 0x00, 0x01, 0x00, 0x00, 0x00, 0x0A, 0x00,
                        0x01, 0x00, 0x02, 0x02, 0x01, 0x00, 0x00, 0x77, 0x77};
-  const Bytes datagram = concat({cases[0].wire, version2, cases[3].wire, {0x55, 0x66}});
+  const Bytes datagram = concat({cases[0].wire, version2, cases[1].wire, {0x55, 0x66}});
 
   struct Step {
     ParseError error;
     std::size_t consumed;
     std::uint16_t methodId;
   };
-  const std::vector<Step> expected{{ParseError::NONE, 19, 0x0421},
+  const std::vector<Step> expected{{ParseError::NONE, 17, 0x0001},
                                    {ParseError::WRONG_PROTOCOL_VERSION, 18, 0},
                                    {ParseError::NONE, 20, 0x0304},
                                    {ParseError::TRUNCATED_HEADER, UNTOUCHED, 0}};
