@@ -214,14 +214,8 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
 }
 
 TEST(RebootDetector, SessionGoingBackOrFlagComingBackIsARebootPerPeerAndChannel) {
-  struct Step {
-    std::uint32_t peer;
-    bool multicast;
-    bool flag;
-    std::uint16_t session;
-    bool rebooted;
-  };
-  const std::vector<Step> steps{
+  // Peer, multicast, reboot flag, session id; whether that is a reboot.
+  const std::vector<std::tuple<std::uint32_t, bool, bool, std::uint16_t, bool>> steps{
       {PEER_A, true, true, 1, false},    // first message
       {PEER_A, true, true, 2, false},    //
       {PEER_A, false, true, 1, false},   // unicast counts apart: its first message
@@ -240,9 +234,9 @@ TEST(RebootDetector, SessionGoingBackOrFlagComingBackIsARebootPerPeerAndChannel)
       {PEER_A, true, true, 10, false},   // multicast record forgotten at the unicast reboot
   };
   RebootDetector detector;
-  for (std::size_t i = 0; i < steps.size(); ++i) {
-    const auto& s = steps[i];
-    EXPECT_EQ(detector.update(s.peer, s.multicast, s.flag, s.session), s.rebooted) << "step " << i;
+  std::size_t step = 0;
+  for (const auto& [peer, multicast, flag, session, rebooted] : steps) {
+    EXPECT_EQ(detector.update(peer, multicast, flag, session), rebooted) << "step " << step++;
   }
   EXPECT_TRUE(detector.update(PEER_B, true, true, 1));  // another peer's reboot
 }
@@ -275,37 +269,31 @@ TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclicallyAndA
 
   // Finds are answered to the peer that sent them, with each matching instance.
   ASSERT_TRUE(server.offer(SERVICE_11, ENDPOINT_A, T0));
-  struct Case {
-    std::string name;
-    std::uint16_t service;
-    std::uint16_t instance;
-    std::uint8_t major;
-    std::uint32_t minor;
-    std::vector<std::uint16_t> answered;
-  };
-  const std::vector<Case> cases{
-      {"any instance, any version", 0x1234, 0xFFFF, 0xFF, 0xFFFFFFFF, {0x10, 0x11}},
-      {"one instance", 0x1234, 0x0011, 0xFF, 0xFFFFFFFF, {0x11}},
-      {"unknown instance", 0x1234, 0x0012, 0xFF, 0xFFFFFFFF, {}},
-      {"other service", 0x1235, 0xFFFF, 0xFF, 0xFFFFFFFF, {}},
-      {"exact versions", 0x1234, 0x0010, 1, 7, {0x10}},
-      {"other major", 0x1234, 0xFFFF, 2, 0xFFFFFFFF, {}},
-      {"other minor", 0x1234, 0xFFFF, 0xFF, 8, {}},
-  };
-  for (const auto& c : cases) {
+  // Name, service, instance, major and minor version of the find; the instances answered.
+  const std::vector<std::tuple<const char*, std::uint16_t, std::uint16_t, std::uint8_t, std::uint32_t,
+                               std::vector<std::uint16_t>>>
+      finds{
+          {"any instance, any version", 0x1234, 0xFFFF, 0xFF, 0xFFFFFFFF, {0x10, 0x11}},
+          {"one instance", 0x1234, 0x0011, 0xFF, 0xFFFFFFFF, {0x11}},
+          {"unknown instance", 0x1234, 0x0012, 0xFF, 0xFFFFFFFF, {}},
+          {"other service", 0x1235, 0xFFFF, 0xFF, 0xFFFFFFFF, {}},
+          {"exact versions", 0x1234, 0x0010, 1, 7, {0x10}},
+          {"other major", 0x1234, 0xFFFF, 2, 0xFFFFFFFF, {}},
+          {"other minor", 0x1234, 0xFFFF, 0xFF, 8, {}},
+      };
+  for (const auto& [name, service, instance, major, minor, instances] : finds) {
     SdOutbox out;
-    server.onFindEntry(sdEntry(SdEntryType::FIND_SERVICE, c.service, c.instance, c.major, 3, c.minor), PEER_B,
-                       out);
+    server.onFindEntry(sdEntry(SdEntryType::FIND_SERVICE, service, instance, major, 3, minor), PEER_B, out);
     std::vector<std::uint16_t> answered;
     for (const auto& answer : out) {
-      EXPECT_TRUE(!answer.multicast && answer.peerIp == PEER_B) << c.name;
+      EXPECT_TRUE(!answer.multicast && answer.peerIp == PEER_B) << name;
       EXPECT_EQ(fieldsOf(answer.entry),
                 fieldsOf(sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, answer.entry.instanceId, 1, 3, 7, 0, 0,
                                  {udpOption(ENDPOINT_A)})))
-          << c.name;
+          << name;
       answered.push_back(answer.entry.instanceId);
     }
-    EXPECT_EQ(answered, c.answered) << c.name;
+    EXPECT_EQ(answered, instances) << name;
   }
 
   // StopOffer withdraws the instance at once (TTL 0, multicast); stopAll withdraws the rest.
@@ -340,35 +328,29 @@ TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
                    std::move(options));
   };
 
-  struct Case {
-    std::string name;
-    SdEntry entry;
-    Clock::time_point at;
-    std::uint32_t answerTtl;  // 0: Nack
-    bool joins;
+  // Name, entry and time of a subscription of PEER_B; the TTL of the answer (0: Nack).
+  const std::vector<std::tuple<const char*, SdEntry, Clock::time_point, std::uint32_t>> cases{
+      {"new subscriber", subscribe(SERVICE_10, 3, {udpOption(subscriberB)}), T0, 3},
+      {"renewal", subscribe(SERVICE_10, 3, {udpOption(subscriberB)}), T0 + 2s, 3},
+      {"second endpoint of the peer", subscribe(SERVICE_10, 3, {udpOption(subscriberB2)}), T0, 3},
+      {"unknown instance", subscribe(SERVICE_11, 3, {udpOption(subscriberB)}), T0, 0},
+      {"no endpoint", subscribe(SERVICE_10, 3, {}), T0, 0},
   };
-  const std::vector<Case> cases{
-      {"new subscriber", subscribe(SERVICE_10, 3, {udpOption(subscriberB)}), T0, 3, true},
-      {"renewal", subscribe(SERVICE_10, 3, {udpOption(subscriberB)}), T0 + 2s, 3, false},
-      {"second endpoint of the peer", subscribe(SERVICE_10, 3, {udpOption(subscriberB2)}), T0, 3, true},
-      {"unknown instance", subscribe(SERVICE_11, 3, {udpOption(subscriberB)}), T0, 0, false},
-      {"no endpoint", subscribe(SERVICE_10, 3, {}), T0, 0, false},
-  };
-  for (const auto& c : cases) {
+  std::vector<NewSubscriber> joined;
+  for (const auto& [name, entry, at, answerTtl] : cases) {
     SdOutbox out;
-    std::vector<NewSubscriber> joined;
-    server.onSubscribeEntry(c.at, PEER_B, c.entry, out, joined);
-    ASSERT_EQ(out.size(), 1U) << c.name;
-    EXPECT_TRUE(!out[0].multicast && out[0].peerIp == PEER_B) << c.name;
-    EXPECT_EQ(fieldsOf(out[0].entry),
-              fieldsOf(sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234, c.entry.instanceId,
-                               c.entry.majorVersion, c.answerTtl, 0, c.entry.eventgroupId, 2)))
-        << c.name;
-    ASSERT_EQ(joined.size(), c.joins ? 1U : 0U) << c.name;
-    if (c.joins) {
-      EXPECT_EQ(std::tie(joined[0].address, joined[0].eventgroupId, joined[0].endpoint),
-                std::make_tuple(SERVICE_10, std::uint16_t{1}, Endpoint{PEER_B, c.entry.options[0].port}));
-    }
+    server.onSubscribeEntry(at, PEER_B, entry, out, joined);
+    ASSERT_EQ(out.size(), 1U) << name;
+    EXPECT_TRUE(!out[0].multicast && out[0].peerIp == PEER_B) << name;
+    EXPECT_EQ(fieldsOf(out[0].entry), fieldsOf(sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234,
+                                                       entry.instanceId, 1, answerTtl, 0, 1, 2)))
+        << name;
+  }
+  // Only the two new endpoints join (the renewal does not).
+  ASSERT_EQ(joined.size(), 2U);
+  for (std::size_t i = 0; i < 2; ++i) {
+    EXPECT_EQ(std::tie(joined[i].address, joined[i].eventgroupId, joined[i].endpoint),
+              std::make_tuple(SERVICE_10, std::uint16_t{1}, i == 0 ? subscriberB : subscriberB2));
   }
   EXPECT_EQ(server.subscribers(SERVICE_10, {1}), (std::set<Endpoint>{subscriberB, subscriberB2}));
   EXPECT_TRUE(server.subscribers(SERVICE_10, {2}).empty());
@@ -384,7 +366,6 @@ TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
 
   // StopSubscribe (TTL 0) removes the endpoint it names and is not answered; a peer's reboot removes
   // all of its endpoints.
-  std::vector<NewSubscriber> joined;
   out.clear();
   server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 3, {udpOption(subscriberB)}), out, joined);
   server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 3, {udpOption(subscriberB2)}), out, joined);
