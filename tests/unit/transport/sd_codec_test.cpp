@@ -125,31 +125,27 @@ TEST(SdCodec, EntriesOfManyOptionsUseBothRunsUpToWhatTheyCanName) {
   const auto first = [&options](std::size_t count) {
     return std::vector<SdOption>(options.begin(), options.begin() + static_cast<std::ptrdiff_t>(count));
   };
-  struct Case {
-    std::size_t count;
-    Bytes runBytes;  // index 1st, index 2nd, #opt1 << 4 | #opt2
-    std::size_t kept;
-  };
-  const std::vector<Case> cases{{1, {0x00, 0x00, 0x10}, 1},
-                                {15, {0x00, 0x00, 0xF0}, 15},
-                                {16, {0x00, 0x0F, 0xF1}, 16},
-                                {30, {0x00, 0x0F, 0xFF}, 30},
-                                {31, {0x00, 0x0F, 0xFF}, 30}};
-  for (const auto& c : cases) {
+  // Options named; the first entry's index 1st, index 2nd, #opt1 << 4 | #opt2; the options kept.
+  const std::vector<std::tuple<std::size_t, Bytes, std::size_t>> cases{{1, {0x00, 0x00, 0x10}, 1},
+                                                                       {15, {0x00, 0x00, 0xF0}, 15},
+                                                                       {16, {0x00, 0x0F, 0xF1}, 16},
+                                                                       {30, {0x00, 0x0F, 0xFF}, 30},
+                                                                       {31, {0x00, 0x0F, 0xFF}, 30}};
+  for (const auto& [count, runBytes, kept] : cases) {
     // The second entry shares the first option.
     const SdMessage message = messageOf(
         0x40,
-        {serviceEntry(SdEntryType::OFFER_SERVICE, 1, 2, 3, 4, 5, first(c.count)),
+        {serviceEntry(SdEntryType::OFFER_SERVICE, 1, 2, 3, 4, 5, first(count)),
          eventgroupEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, 1, 2, 3, 0xFFFFFE, 0x0F, 0xFFFF, first(1))});
     const Bytes wire = encodeSdPayload(message);
-    ASSERT_EQ(wire.size(), 8U + 32U + 4U + c.kept * 12U) << c.count;
-    EXPECT_EQ(Bytes(wire.begin() + 9, wire.begin() + 12), c.runBytes) << c.count;
-    EXPECT_EQ(Bytes(wire.begin() + 24, wire.begin() + 28), (Bytes{0x06, 0x00, 0x00, 0x10})) << c.count;
+    ASSERT_EQ(wire.size(), 8U + 32U + 4U + kept * 12U) << count;
+    EXPECT_EQ(Bytes(wire.begin() + 9, wire.begin() + 12), runBytes) << count;
+    EXPECT_EQ(Bytes(wire.begin() + 24, wire.begin() + 28), (Bytes{0x06, 0x00, 0x00, 0x10})) << count;
     SdMessage parsed;
-    ASSERT_EQ(parseSdPayload(wire.data(), wire.size(), parsed), SdParseError::NONE) << c.count;
+    ASSERT_EQ(parseSdPayload(wire.data(), wire.size(), parsed), SdParseError::NONE) << count;
     SdMessage expected = message;
-    expected.entries[0].options = first(c.kept);
-    EXPECT_EQ(fieldsOf(parsed), fieldsOf(expected)) << c.count << " options";
+    expected.entries[0].options = first(kept);
+    EXPECT_EQ(fieldsOf(parsed), fieldsOf(expected)) << count << " options";
   }
 
   // 257 entries of one distinct option each: the last option would start at index 256, which no entry
@@ -235,15 +231,16 @@ TEST(SdCodec, UntrustworthyArraysDropTheWholeMessage) {
   SdMessage message;
   EXPECT_EQ(parseSdPayload(nullptr, 64, message), SdParseError::TRUNCATED);
   // The transport's log lines quote these.
-  EXPECT_STREQ(describe(SdParseError::TRUNCATED), "truncated SD header");
-  EXPECT_STREQ(describe(SdParseError::ENTRIES_NOT_MULTIPLE_OF_16),
-               "entries array length not a multiple of 16");
-  EXPECT_STREQ(describe(SdParseError::ENTRIES_OVERRUN), "entries array longer than the message");
-  EXPECT_STREQ(describe(SdParseError::OPTIONS_OVERRUN), "options array longer than the message");
-  EXPECT_STREQ(describe(SdParseError::OPTION_LENGTH_WRONG), "IPv4 option with a length other than 9");
-  EXPECT_STREQ(describe(SdParseError::OPTION_INDEX_OUT_OF_RANGE),
-               "entry refers to an option that does not exist");
-  EXPECT_STREQ(describe(SdParseError::UNKNOWN_ENTRY_TYPE), "unknown entry type");
+  std::string all;
+  for (const auto error :
+       {E::TRUNCATED, E::ENTRIES_NOT_MULTIPLE_OF_16, E::ENTRIES_OVERRUN, E::OPTIONS_OVERRUN,
+        E::OPTION_LENGTH_WRONG, E::OPTION_INDEX_OUT_OF_RANGE, E::UNKNOWN_ENTRY_TYPE}) {
+    all += std::string(describe(error)) + "; ";
+  }
+  EXPECT_EQ(all,
+            "truncated SD header; entries array length not a multiple of 16; entries array longer than the "
+            "message; options array longer than the message; IPv4 option with a length other than 9; entry "
+            "refers to an option that does not exist; unknown entry type; ");
 }
 
 TEST(SdCodec, UnusableOptionsAndEntriesAreLeftOutAndTheRestKept) {
