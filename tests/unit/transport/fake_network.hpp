@@ -1,11 +1,13 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
-#include <functional>
 #include <mutex>
+#include <optional>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "network.hpp"
@@ -29,7 +31,6 @@ class FakeNetwork final : public detail::Network {
     Endpoint peer;
     Bytes bytes;
   };
-  using Sent = Datagram;
 
   static constexpr std::uint16_t CLIENT_PORT = 40000;
   static constexpr std::uint16_t FIRST_INSTANCE_PORT = 41000;
@@ -49,21 +50,21 @@ class FakeNetwork final : public detail::Network {
     changed_.notify_all();
   }
 
-  /// Waits (bounded) until a datagram that `match` accepts was sent, and returns it; it is then taken
-  /// out, so that the next wait finds the next one.
-  bool takeSent(const std::function<bool(const Sent&)>& match, Sent& found,
-                std::chrono::milliseconds limit = std::chrono::seconds(5)) {
+  /// Waits (bounded) until a datagram went from `channel` to `to`, and takes it out, so that the next
+  /// wait finds the next one.
+  std::optional<Bytes> takeSent(const Endpoint& to, Channel channel) {
     std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, limit, [&] {
-      for (auto it = sent_.begin(); it != sent_.end(); ++it) {
-        if (match(*it)) {
-          found = *it;
-          sent_.erase(it);
-          return true;
-        }
+    std::optional<Bytes> found;
+    changed_.wait_for(lock, std::chrono::seconds(5), [&] {
+      const auto it = std::find_if(sent_.begin(), sent_.end(),
+                                   [&](const Datagram& d) { return d.peer == to && d.channel == channel; });
+      if (it != sent_.end()) {
+        found = std::move(it->bytes);
+        sent_.erase(it);
       }
-      return false;
+      return found.has_value();
     });
+    return found;
   }
 
   /// Waits until the transport has read every datagram handed in (bounded).
@@ -72,13 +73,10 @@ class FakeNetwork final : public detail::Network {
     return changed_.wait_for(lock, limit, [&] { return incoming_.empty() && !reading_; });
   }
 
-  std::vector<Sent> sent() const {
+  /// Everything sent and not yet taken, which is then forgotten.
+  std::vector<Datagram> takeAllSent() {
     std::lock_guard<std::mutex> lock(mutex_);
-    return sent_;
-  }
-  void clearSent() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    sent_.clear();
+    return std::exchange(sent_, {});
   }
   std::set<Endpoint> groups() const {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -159,7 +157,7 @@ class FakeNetwork final : public detail::Network {
   bool reading_{false};
   bool open_{false};
   int instances_{0};
-  std::vector<Sent> sent_;
+  std::vector<Datagram> sent_;
   std::set<Endpoint> groups_;
 };
 

@@ -70,11 +70,9 @@ class WiringTest : public ::testing::Test {
 
   /// The next datagram sent to `to` from `channel`.
   Bytes sentTo(const Endpoint& to, Channel channel = Channel::SD_UNICAST) {
-    FakeNetwork::Sent sent{};
-    const bool found = net_->takeSent(
-        [&](const FakeNetwork::Sent& s) { return s.peer == to && s.channel == channel; }, sent);
-    EXPECT_TRUE(found) << "nothing sent to " << toString(to);
-    return sent.bytes;
+    const auto sent = net_->takeSent(to, channel);
+    EXPECT_TRUE(sent) << "nothing sent to " << toString(to);
+    return sent.value_or(Bytes{});
   }
 
   /// Starts discovery of the scan service and makes the peer's instance available.
@@ -238,11 +236,11 @@ TEST_F(WiringTest, SubscribersGetAnAckOrANackAndNotificationsCarryTheWireEventId
   EXPECT_EQ(subscribe(session, 0x00, 0x0001, ipv4Option(0x04, PEER, 0x11, 50002)),
             answer(session, 0x00, 0, 1));
 
-  net_->clearSent();
+  net_->takeAllSent();
   const std::uint8_t next[2] = {0x56, 0x78};
   ASSERT_TRUE(core_->notifyEvent(SCAN, 0x0001, next, 2));
   std::set<Endpoint> notified;
-  for (const auto& sent : net_->sent()) {
+  for (const auto& sent : net_->takeAllSent()) {
     notified.insert(sent.peer);
   }
   EXPECT_EQ(notified, (std::set<Endpoint>{{PEER, 50000}, {PEER, 50001}}));
@@ -278,7 +276,7 @@ TEST_F(WiringTest, RequestsAreAnsweredWithTheProtocolsErrorsOnlyWhereAnAnswerIsD
   EXPECT_EQ(sentTo(client, Channel::INSTANCE),
             message({0x0003, 0x0005, 0x1234, 0x0007, 0x01, 0x00, 0x80, 0x00}, {0x0A}));
   EXPECT_EQ(handled.load(), 1);
-  for (const auto& sent : net_->sent()) {
+  for (const auto& sent : net_->takeAllSent()) {
     EXPECT_NE(sent.peer, client) << "unexpected answer of " << sent.bytes.size() << " bytes";
   }
 }
@@ -435,7 +433,7 @@ TEST_F(WiringTest, ConnectAndDisconnectFromTwoThreadsNeverHangAndEachConnectionS
   // Nothing of the earlier connection is left: no offer, and SD starts again at session 1 with the
   // reboot flag, as a restarted participant does.
   EXPECT_EQ(core_->offeredEndpoint(SCAN), std::nullopt);
-  net_->clearSent();
+  net_->takeAllSent();
   ASSERT_TRUE(core_->requestService({0x0003, 0xFFFF}));
   const Bytes find = sentTo({GROUP, 30490});
   ASSERT_GE(find.size(), 17U);
