@@ -154,10 +154,7 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   ASSERT_EQ(out.size(), 1U);
   offer(T0, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A));
   ASSERT_EQ(text(changes), "+16 ");
-  const auto remote = client.offerOf(SERVICE_10);
-  ASSERT_TRUE(remote.has_value());
-  EXPECT_EQ(remote->peerIp, PEER_A);
-  EXPECT_EQ(remote->endpoint, ENDPOINT_A);
+  ASSERT_TRUE(client.offerOf(SERVICE_10).has_value());  // its endpoint: wiring_test.cpp
   EXPECT_EQ(client.instanceAt(ENDPOINT_A, 0x1234), std::optional<std::uint16_t>(0x0010));
   EXPECT_EQ(client.instanceAt(ENDPOINT_A, 0x4321), std::nullopt);
 
