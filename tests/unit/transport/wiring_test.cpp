@@ -133,6 +133,9 @@ TEST_F(WiringTest, FindOfferStopOfferTtlAndRebootBecomeReportsAndEndWaitingCalls
   EXPECT_EQ(reports_.waitFor("+16 "), "+16 ");
   EXPECT_EQ(core_->offeredEndpoint(SCAN), std::optional<Endpoint>(PEER_SERVICE));
   EXPECT_EQ(core_->offeredEndpoint({0x0099, 0x0001}), std::nullopt);
+  // Calls that cannot go out: to an instance nobody offers, to the wildcard instance.
+  EXPECT_EQ(core_->callMethod({0x0003, 0x0099}, 1, nullptr, 0, nullptr, 0), RESULT_UNKNOWN_INSTANCE);
+  EXPECT_EQ(core_->callMethod({0x0003, 0xFFFF}, 1, nullptr, 0, nullptr, 0), RESULT_INVALID_ARGUMENT);
 
   // A call: the request's bytes, then each kind of answer.
   // Name, message type, return code and payload of the answer; the call's result and response.
