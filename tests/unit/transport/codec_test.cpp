@@ -80,13 +80,8 @@ TEST(SomeIpHeader, MalformedInputIsRefusedAndOnlyAMeasuredMessageIsRead) {
     std::copy(bytes.begin(), bytes.end(), changed.begin() + static_cast<std::ptrdiff_t>(at));
     return changed;
   };
-  struct Case {
-    std::string name;
-    Bytes bytes;
-    ParseError error;
-    std::size_t consumed;  // UNTOUCHED: nothing to skip to
-  };
-  std::vector<Case> cases{
+  // Name, bytes, the error and the bytes consumed (UNTOUCHED: nothing to skip to).
+  std::vector<std::tuple<std::string, Bytes, ParseError, std::size_t>> cases{
       {"empty", {}, ParseError::TRUNCATED_HEADER, UNTOUCHED},
       {"15 bytes", Bytes(good.begin(), good.begin() + 15), ParseError::TRUNCATED_HEADER, UNTOUCHED},
       {"length 0", with(4, {0, 0, 0, 0}), ParseError::LENGTH_TOO_SMALL, UNTOUCHED},
@@ -105,18 +100,18 @@ TEST(SomeIpHeader, MalformedInputIsRefusedAndOnlyAMeasuredMessageIsRead) {
     cases.push_back(
         {"message type " + std::to_string(type), with(14, {type}), ParseError::UNKNOWN_MESSAGE_TYPE, 20});
   }
-  for (const auto& c : cases) {
+  for (const auto& [name, bytes, error, expectedConsumed] : cases) {
     MessageView view;
     view.header.serviceId = 0xABCD;
     view.payloadSize = 99;
     std::size_t consumed = UNTOUCHED;
-    EXPECT_EQ(parseMessage(c.bytes.data(), c.bytes.size(), view, consumed), c.error) << c.name;
-    EXPECT_EQ(consumed, c.consumed) << c.name;
+    EXPECT_EQ(parseMessage(bytes.data(), bytes.size(), view, consumed), error) << name;
+    EXPECT_EQ(consumed, expectedConsumed) << name;
     // A message that could be measured is read, so that a server can answer it with an error.
-    const bool read = c.consumed != UNTOUCHED;
-    EXPECT_EQ(view.header.serviceId, read ? 0x1234 : 0xABCD) << c.name;
-    EXPECT_EQ(view.payloadSize, read ? 4U : 99U) << c.name;
-    EXPECT_STRNE(describe(c.error), describe(ParseError::NONE)) << c.name;
+    const bool read = expectedConsumed != UNTOUCHED;
+    EXPECT_EQ(view.header.serviceId, read ? 0x1234 : 0xABCD) << name;
+    EXPECT_EQ(view.payloadSize, read ? 4U : 99U) << name;
+    EXPECT_STRNE(describe(error), describe(ParseError::NONE)) << name;
   }
   MessageView view;
   std::size_t consumed = UNTOUCHED;
