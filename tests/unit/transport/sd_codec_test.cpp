@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "sd_entries.hpp"
@@ -55,15 +56,9 @@ auto fieldsOf(const SdMessage& m) {
   return std::make_tuple(m.flags, issues, entries);
 }
 
-struct GoldenCase {
-  std::string name;
-  SdMessage message;
-  Bytes wire;
-};
-
 // A plain offer and find are checked byte for byte where the transport sends and reads them
 // (wiring_test.cpp); these are the other entry types, non-zero minor versions and counters, shared runs.
-std::vector<GoldenCase> goldenCases() {
+std::vector<std::tuple<std::string, SdMessage, Bytes>> goldenCases() {
   return {
       {"stop offer",
        messageOf(0x40, {serviceEntry(SdEntryType::OFFER_SERVICE, 0xABCD, 0x0011, 0, 0, 0x01020304, {E1})}),
@@ -107,12 +102,12 @@ std::vector<GoldenCase> goldenCases() {
 }
 
 TEST(SdCodec, EncodesAndParsesHandWrittenBytes) {
-  for (const auto& c : goldenCases()) {
-    EXPECT_EQ(encodeSdPayload(c.message), c.wire) << c.name;
+  for (const auto& [name, message, wire] : goldenCases()) {
+    EXPECT_EQ(encodeSdPayload(message), wire) << name;
     SdMessage parsed;
-    ASSERT_EQ(parseSdPayload(c.wire.data(), c.wire.size(), parsed), SdParseError::NONE) << c.name;
-    EXPECT_EQ(fieldsOf(parsed), fieldsOf(c.message)) << c.name;
-    EXPECT_EQ(parsed.reboot(), (c.wire[0] & 0x80) != 0) << c.name;
+    ASSERT_EQ(parseSdPayload(wire.data(), wire.size(), parsed), SdParseError::NONE) << name;
+    EXPECT_EQ(fieldsOf(parsed), fieldsOf(message)) << name;
+    EXPECT_EQ(parsed.reboot(), (wire[0] & 0x80) != 0) << name;
   }
 }
 
@@ -198,12 +193,8 @@ TEST(SdCodec, UntrustworthyArraysDropTheWholeMessage) {
         {{0x40, 0, 0, 0}, length32(entriesLength), offerBytes(0, 0, 0x10), length32(optionsLength), options});
   };
   using E = SdParseError;
-  struct Case {
-    std::string name;
-    Bytes bytes;
-    SdParseError error;
-  };
-  const std::vector<Case> cases{
+  // Name, bytes, the error.
+  const std::vector<std::tuple<std::string, Bytes, SdParseError>> cases{
       {"empty", {}, E::TRUNCATED},
       {"flags only", {0xC0}, E::TRUNCATED},
       {"no options length", {0x40, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, E::TRUNCATED},
@@ -222,11 +213,11 @@ TEST(SdCodec, UntrustworthyArraysDropTheWholeMessage) {
       {"unknown option of length 0x0100 after a good one",
        withLengths(0x10, 0x11, concat({E1_BYTES, {0x01, 0x00, 0x7E, 0x00, 0xAA}})), E::OPTIONS_OVERRUN},
   };
-  for (const auto& c : cases) {
+  for (const auto& [name, bytes, error] : cases) {
     SdMessage message = messageOf(0xC0, {serviceEntry(SdEntryType::FIND_SERVICE, 1, 1, 1, 1, 1)});
     message.issues.push_back({SdParseError::UNKNOWN_ENTRY_TYPE, 3});
-    EXPECT_EQ(parseSdPayload(c.bytes.data(), c.bytes.size(), message), c.error) << c.name;
-    EXPECT_TRUE(message.entries.empty() && message.issues.empty()) << c.name;
+    EXPECT_EQ(parseSdPayload(bytes.data(), bytes.size(), message), error) << name;
+    EXPECT_TRUE(message.entries.empty() && message.issues.empty()) << name;
   }
   SdMessage message;
   EXPECT_EQ(parseSdPayload(nullptr, 64, message), SdParseError::TRUNCATED);
@@ -261,13 +252,8 @@ TEST(SdCodec, UnusableOptionsAndEntriesAreLeftOutAndTheRestKept) {
   constexpr auto LENGTH = SdParseError::OPTION_LENGTH_WRONG;
   constexpr auto INDEX = SdParseError::OPTION_INDEX_OUT_OF_RANGE;
   constexpr auto TYPE = SdParseError::UNKNOWN_ENTRY_TYPE;
-  struct Case {
-    std::string name;
-    Bytes entries;
-    Bytes options;
-    SdMessage expected;
-  };
-  const std::vector<Case> cases{
+  // Name, entries and options arrays, the message read.
+  const std::vector<std::tuple<std::string, Bytes, Bytes, SdMessage>> cases{
       {"configuration between two endpoints", offerBytes(0, 0, 0x30),
        concat({E1_BYTES, configuration, M_BYTES}), messageOf(0x40, {offer({E1, M})})},
       {"load balancing in the second run", offerBytes(0, 1, 0x11), concat({E1_BYTES, loadBalancing}),
@@ -299,11 +285,11 @@ TEST(SdCodec, UnusableOptionsAndEntriesAreLeftOutAndTheRestKept) {
                entryBytes(0xFF, 9, 9, 0xFF)}),
        E1_BYTES, messageOf(0x40, {offer({E1})}, {{TYPE, 1}, {TYPE, 2}, {TYPE, 3}})},
   };
-  for (const auto& c : cases) {
-    const Bytes bytes = sdPayload(c.entries, c.options);
+  for (const auto& [name, entries, options, expected] : cases) {
+    const Bytes bytes = sdPayload(entries, options);
     SdMessage parsed;
-    ASSERT_EQ(parseSdPayload(bytes.data(), bytes.size(), parsed), SdParseError::NONE) << c.name;
-    EXPECT_EQ(fieldsOf(parsed), fieldsOf(c.expected)) << c.name;
+    ASSERT_EQ(parseSdPayload(bytes.data(), bytes.size(), parsed), SdParseError::NONE) << name;
+    EXPECT_EQ(fieldsOf(parsed), fieldsOf(expected)) << name;
   }
 }
 
