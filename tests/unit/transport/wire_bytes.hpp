@@ -52,35 +52,26 @@ inline Bytes message(const Header& h, const Bytes& payload = {}) {
   return out;
 }
 
-/// The first 12 bytes every entry shares: type, option runs (one run here), service, instance, major
-/// version and TTL.
-inline Bytes entryHead(std::uint8_t type, std::uint16_t service, std::uint16_t instance, std::uint8_t major,
-                       std::uint32_t ttl, std::uint8_t firstOption, std::uint8_t optionCount) {
+/// Service entry with one option run: FindService 0x00, OfferService 0x01 (TTL 0: StopOffer). Type, option
+/// run, service, instance, major version, 24-bit TTL, minor version.
+inline Bytes serviceEntry(std::uint8_t type, std::uint16_t service, std::uint16_t instance,
+                          std::uint8_t major, std::uint32_t ttl, std::uint32_t minor,
+                          std::uint8_t firstOption, std::uint8_t optionCount) {
   Bytes out{type, firstOption, 0x00, static_cast<std::uint8_t>(optionCount << 4)};
   put16(out, service);
   put16(out, instance);
   out.insert(out.end(), {major, static_cast<std::uint8_t>(ttl >> 16)});
   put16(out, static_cast<std::uint16_t>(ttl));
-  return out;
-}
-
-/// Service entry: FindService 0x00, OfferService 0x01 (TTL 0: StopOffer).
-inline Bytes serviceEntry(std::uint8_t type, std::uint16_t service, std::uint16_t instance,
-                          std::uint8_t major, std::uint32_t ttl, std::uint32_t minor,
-                          std::uint8_t firstOption, std::uint8_t optionCount) {
-  Bytes out = entryHead(type, service, instance, major, ttl, firstOption, optionCount);
   put32(out, minor);
   return out;
 }
 
 /// Eventgroup entry: SubscribeEventgroup 0x06, SubscribeEventgroupAck 0x07 (TTL 0: StopSubscribe, Nack).
+/// Laid out as a service entry whose last 4 bytes are reserved, counter 0 and the event group.
 inline Bytes eventgroupEntry(std::uint8_t type, std::uint16_t service, std::uint16_t instance,
                              std::uint8_t major, std::uint32_t ttl, std::uint16_t eventgroup,
                              std::uint8_t firstOption, std::uint8_t optionCount) {
-  Bytes out = entryHead(type, service, instance, major, ttl, firstOption, optionCount);
-  out.insert(out.end(), {0x00, 0x00});  // reserved, counter 0
-  put16(out, eventgroup);
-  return out;
+  return serviceEntry(type, service, instance, major, ttl, eventgroup, firstOption, optionCount);
 }
 
 /// IPv4 endpoint (0x04) or multicast (0x14) option: length 9, type, reserved, address, reserved,
