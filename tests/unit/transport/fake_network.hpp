@@ -38,16 +38,13 @@ class FakeNetwork final : public detail::Network {
   // The test's side.
 
   void deliver(Channel channel, const Endpoint& from, Bytes bytes, std::uint16_t instanceId = 0) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    incoming_.push_back({channel, instanceId, from, std::move(bytes)});
-    changed_.notify_all();
+    locked([&] { incoming_.push_back({channel, instanceId, from, std::move(bytes)}); });
   }
-
   void advance(std::chrono::milliseconds step) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    now_ += step;
-    kicked_ = true;
-    changed_.notify_all();
+    locked([&] {
+      now_ += step;
+      kicked_ = true;
+    });
   }
 
   /// Waits (bounded) until a datagram went from `channel` to `to`, and takes it out, so that the next
@@ -75,12 +72,10 @@ class FakeNetwork final : public detail::Network {
 
   /// Everything sent and not yet taken, which is then forgotten.
   std::vector<Datagram> takeAllSent() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return std::exchange(sent_, {});
+    return locked([&] { return std::exchange(sent_, {}); });
   }
-  std::set<Endpoint> groups() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return groups_;
+  std::set<Endpoint> groups() {
+    return locked([&] { return groups_; });
   }
 
   // The transport's side.
@@ -90,38 +85,32 @@ class FakeNetwork final : public detail::Network {
     return now_;
   }
   bool open(const kov::platform::networking::someip::TransportOptions&) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    open_ = true;
-    return true;
+    return locked([&] { return open_ = true; });
   }
   void close() override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    open_ = false;
-    groups_.clear();
-    instances_ = 0;
+    locked([&] {
+      open_ = false;
+      groups_.clear();
+      instances_ = 0;
+    });
   }
   std::uint16_t clientPort() const override { return CLIENT_PORT; }
   std::uint16_t openInstance(std::uint16_t) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return static_cast<std::uint16_t>(FIRST_INSTANCE_PORT + instances_++);
+    return locked([&] { return static_cast<std::uint16_t>(FIRST_INSTANCE_PORT + instances_++); });
   }
   bool joinGroup(const Endpoint& group) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    groups_.insert(group);
-    changed_.notify_all();
+    locked([&] { groups_.insert(group); });
     return true;
   }
   void leaveGroup(const Endpoint& group) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    groups_.erase(group);
-    changed_.notify_all();
+    locked([&] { groups_.erase(group); });
   }
   int send(Channel channel, std::uint16_t instanceId, const Endpoint& to, const std::uint8_t* data,
            std::size_t size) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    sent_.push_back({channel, instanceId, to, Bytes(data, data + size)});
-    changed_.notify_all();
-    return open_ ? 0 : 9;  // EBADF once closed
+    return locked([&] {
+      sent_.push_back({channel, instanceId, to, Bytes(data, data + size)});
+      return open_ ? 0 : 9;  // EBADF once closed
+    });
   }
   void receive(std::chrono::milliseconds timeout, const OnDatagram& onDatagram) override {
     std::deque<Datagram> batch;
@@ -143,12 +132,18 @@ class FakeNetwork final : public detail::Network {
     changed_.notify_all();
   }
   void wake() override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    kicked_ = true;
-    changed_.notify_all();
+    locked([&] { kicked_ = true; });
   }
 
  private:
+  /// Runs `change` under the lock and wakes every waiter: the test's and the transport's.
+  template <typename Change>
+  auto locked(Change change) -> decltype(change()) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    changed_.notify_all();
+    return change();
+  }
+
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   detail::Clock::time_point now_{detail::Clock::time_point{} + std::chrono::hours(1)};
