@@ -80,7 +80,7 @@ std::vector<long> sendTimes(Machine& machine, Clock::time_point start, std::chro
   return times;
 }
 
-TEST(DiscoveryClient, FindsAfterTheInitialWaitThenRepeatsWithDoublingDelaysThenStops) {
+TEST(DiscoveryClient, FindsAfterTheInitialWaitWithDoublingRepetitionsUntilOffered) {
   const TransportOptions options = testOptions();
   DiscoveryClient client(options, fixedInitialDelay);
   client.requestService(0x1234, T0);
@@ -109,34 +109,23 @@ TEST(DiscoveryClient, FindsAfterTheInitialWaitThenRepeatsWithDoublingDelaysThenS
   strictClient.onOfferEntry(T0, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A, L4_PROTOCOL_UDP, 1), changes);
   strictClient.onOfferEntry(T0, PEER_A, offerEntry(SERVICE_11, 3, ENDPOINT_A, L4_PROTOCOL_UDP, 2), changes);
   EXPECT_EQ(text(changes), "+17 ");
-}
 
-TEST(DiscoveryClient, StopsFindingOnceOffered) {
-  const TransportOptions options = testOptions();
-  DiscoveryClient client(options, fixedInitialDelay);
-  client.requestService(0x1234, T0);
-  SdOutbox out;
-  Changes changes;
-  client.poll(T0 + 50ms, out, changes);  // first find
-  client.onOfferEntry(T0 + 60ms, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A), changes);
-  EXPECT_EQ(text(changes), "+16 ");
-  EXPECT_EQ(client.nextDeadline(), T0 + 60ms + 3s);  // only the offer's expiry is left
-  EXPECT_TRUE(sendTimes(client, T0 + 61ms, 2000ms).empty());
-
-  // Its last instance withdrawn, the service is searched for again from the initial wait on.
+  // Offered, then its last instance withdrawn: the service is searched for again from the initial wait on.
+  changes.clear();
+  client.onOfferEntry(T0 + 3000ms, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A), changes);
   client.onOfferEntry(T0 + 3000ms, PEER_A, offerEntry(SERVICE_10, 0, ENDPOINT_A), changes);
   EXPECT_EQ(text(changes), "+16 -16 ");
   EXPECT_EQ(sendTimes(client, T0 + 3000ms, 2000ms), (std::vector<long>{50, 80, 140, 260}));
   client.onOfferEntry(T0 + 5100ms, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A), changes);
 
   // An offer that comes before the first find does not stop finding: only a find reaches every
-  // instance. The first offer after it does.
-  client.requestService(0x1234, T0);  // still requested: nothing new
+  // instance. The first offer after it does; then only the offers' expiry is left.
   client.releaseService(0x1234);
   client.requestService(0x1234, T0 + 6000ms);
   client.onOfferEntry(T0 + 6010ms, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A), changes);
   EXPECT_EQ(sendTimes(client, T0 + 6000ms, 55ms), (std::vector<long>{50}));
   client.onOfferEntry(T0 + 6060ms, PEER_B, offerEntry(SERVICE_11, 3, {PEER_B, 30502}), changes);
+  EXPECT_EQ(client.nextDeadline(), T0 + 6010ms + 3s);
   EXPECT_TRUE(sendTimes(client, T0 + 6061ms, 2000ms).empty());
 }
 
