@@ -59,42 +59,7 @@ void expectSubscribe(SdOutbox& out, const Address& address, std::uint32_t peer, 
   out.clear();
 }
 
-TEST(EventSubscriptions, SubscribesWhenOfferedAndRenewsAtHalfTheTtl) {
-  kov::test::LogCapture log;
-  const TransportOptions options = testOptions();
-  EventSubscriptions subscriptions(options, OWN);
-  SdOutbox out;
-  subscriptions.add(T0, SERVICE_10, 1, std::nullopt, out);  // not offered yet: waits
-  EXPECT_TRUE(out.empty());
-  EXPECT_EQ(subscriptions.nextDeadline(), Clock::time_point::max());
-  subscriptions.poll(T0 + 1h, out);
-  EXPECT_TRUE(out.empty());
-
-  subscriptions.onOffer(T0 + 10ms, SERVICE_10, offerFrom(PEER_A, 3), out);
-  expectSubscribe(out, SERVICE_10, PEER_A, 4, 3);
-  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4, 1));  // another major version: no Ack
-  EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
-  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4, 3));
-  EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));
-
-  // Renewed at half the TTL, and again half a TTL after that; the same offer seen again sends nothing.
-  subscriptions.onOffer(T0 + 20ms, SERVICE_10, offerFrom(PEER_A, 3), out);
-  EXPECT_TRUE(out.empty());
-  EXPECT_EQ(subscriptions.nextDeadline(), T0 + 2010ms);
-  subscriptions.poll(T0 + 2009ms, out);
-  EXPECT_TRUE(out.empty());
-  subscriptions.poll(T0 + 2010ms, out);
-  expectSubscribe(out, SERVICE_10, PEER_A, 4, 3);
-  subscriptions.poll(T0 + 4009ms, out);
-  EXPECT_TRUE(out.empty());
-  subscriptions.poll(T0 + 4010ms, out);
-  expectSubscribe(out, SERVICE_10, PEER_A, 4, 3);
-  EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));  // acknowledged stays while renewing
-
-  EXPECT_TRUE(log.lines().empty());
-}
-
-TEST(EventSubscriptions, AcksAreMatchedNacksAndMissingAcksLoggedOnceAndReOffersResubscribe) {
+TEST(EventSubscriptions, SubscribeAckNackRenewResubscribeAndRemove) {
   kov::test::LogCapture log;
   const TransportOptions options = testOptions();
   EventSubscriptions subscriptions(options, OWN);
@@ -172,6 +137,36 @@ TEST(EventSubscriptions, AcksAreMatchedNacksAndMissingAcksLoggedOnceAndReOffersR
   subscriptions.removeAll(out);
   expectSubscribe(out, SERVICE_10, PEER_A, 0);
   EXPECT_EQ(subscriptions.nextDeadline(), Clock::time_point::max());
+
+  // A new subscription, later on.
+  const Clock::time_point T1 = T0 + 2h;
+  subscriptions.add(T1, SERVICE_10, 1, std::nullopt, out);  // not offered yet: waits
+  EXPECT_TRUE(out.empty());
+  EXPECT_EQ(subscriptions.nextDeadline(), Clock::time_point::max());
+  subscriptions.poll(T1 + 1h, out);
+  EXPECT_TRUE(out.empty());
+
+  subscriptions.onOffer(T1 + 10ms, SERVICE_10, offerFrom(PEER_A, 3), out);
+  expectSubscribe(out, SERVICE_10, PEER_A, 4, 3);
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4, 1));  // another major version: no Ack
+  EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4, 3));
+  EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));
+
+  // Renewed at half the TTL, and again half a TTL after that; the same offer seen again sends nothing.
+  subscriptions.onOffer(T1 + 20ms, SERVICE_10, offerFrom(PEER_A, 3), out);
+  EXPECT_TRUE(out.empty());
+  EXPECT_EQ(subscriptions.nextDeadline(), T1 + 2010ms);
+  subscriptions.poll(T1 + 2009ms, out);
+  EXPECT_TRUE(out.empty());
+  subscriptions.poll(T1 + 2010ms, out);
+  expectSubscribe(out, SERVICE_10, PEER_A, 4, 3);
+  subscriptions.poll(T1 + 4009ms, out);
+  EXPECT_TRUE(out.empty());
+  subscriptions.poll(T1 + 4010ms, out);
+  expectSubscribe(out, SERVICE_10, PEER_A, 4, 3);
+  EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));  // acknowledged stays while renewing
+
   EXPECT_TRUE(log.lines().empty());
 }
 
