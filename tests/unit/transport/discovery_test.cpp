@@ -238,7 +238,7 @@ TEST(SdSessionCounter, StartsAtOneWithTheRebootFlagUntilTheFirstWrap) {
   EXPECT_EQ(counter.next(), std::make_pair(std::uint16_t{2}, false));
 }
 
-TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclicallyAndAnswersMatchingFinds) {
+TEST(DiscoveryServer, OffersAnswersFindsAndAcknowledgesExpiresAndStopsSubscribers) {
   const TransportOptions options = testOptions();
   DiscoveryServer server(options, fixedInitialDelay);
   ASSERT_TRUE(server.offer(SERVICE_10, ENDPOINT_A, T0));
@@ -298,11 +298,8 @@ TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclicallyAndA
   EXPECT_EQ(out[0].entry.ttl + out[1].entry.ttl, 0U);
   EXPECT_FALSE(server.isOffered(SERVICE_11));
   EXPECT_EQ(server.nextDeadline(), Clock::time_point::max());
-}
 
-TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
-  const TransportOptions options = testOptions();
-  DiscoveryServer server(options, fixedInitialDelay);
+  // Subscribers of an event group of an offered instance are acknowledged, expire and are stopped.
   server.offer(SERVICE_10, ENDPOINT_A, T0);
   ASSERT_TRUE(server.addEventgroup(SERVICE_10, 1));
   EXPECT_FALSE(server.addEventgroup({0x1234, 0x0099}, 1));
@@ -342,7 +339,6 @@ TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
   EXPECT_TRUE(server.subscribers(SERVICE_10, {2}).empty());
 
   // TTL: subscriberB2 (from T0) runs out at T0+3s, subscriberB (renewed at T0+2s) at T0+5s.
-  SdOutbox out;
   server.poll(T0 + 3s - 1ms, out);
   EXPECT_EQ(server.subscribers(SERVICE_10, {1}).size(), 2U);
   server.poll(T0 + 3s, out);
