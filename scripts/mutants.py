@@ -193,6 +193,14 @@ FAULTS = [
          find="now + (expiry - now) / 2;", replace="now + (expiry - now) * 2;"),
     dict(name="tr-subscribers-per-peer", file="transport/src/discovery_server.cpp",
          find="if (fromPeer >= options_.maxSubscribersPerPeer) {", replace="if (fromPeer > options_.maxSubscribersPerPeer) {"),
+    dict(name="tr-header-interface-from-protocol", file="transport/src/message.cpp",
+         find="out[13] = header.interfaceVersion;", replace="out[13] = header.protocolVersion;"),
+    dict(name="tr-sd-minor-not-written", file="transport/src/sd_message.cpp",
+         find="write32(p + 12, entry.minorVersion);", replace="write32(p + 12, 0);"),
+    dict(name="tr-offer-never-stops-finding", file="transport/src/discovery_client.cpp",
+         find="    find->second.finish();\n", replace=""),
+    dict(name="tr-offer-before-find-stops-finding", file="transport/src/discovery_client.cpp",
+         find="find != finds_.end() && find->second.anySent()", replace="find != finds_.end()"),
 
     # --- tools: veskctl, simulator ---
     dict(name="tool-port-zero-accepted", file="tools/veskctl/src/value_parsers.cpp",

@@ -36,12 +36,12 @@ TransportOptions testOptions() {
   options.repetitionsMax = 3;
   options.cyclicOfferDelay = 1000ms;
   options.offerTtlSeconds = 3;
+  options.serviceMajorVersion = 1;  // of the instances a server offers
+  options.serviceMinorVersion = 7;
   return options;
 }
 
-std::chrono::milliseconds fixedInitialDelay() {
-  return 50ms;
-}
+const auto fixedInitialDelay = [] { return 50ms; };
 
 SdEntry offerEntry(const Address& address, std::uint32_t ttl, const Endpoint& endpoint,
                    std::uint8_t protocol = L4_PROTOCOL_UDP, std::uint8_t major = 0) {
@@ -80,7 +80,7 @@ std::vector<long> sendTimes(Machine& machine, Clock::time_point start, std::chro
   return times;
 }
 
-TEST(DiscoveryClient, FindsAfterTheInitialWaitThenRepeatsWithDoublingDelaysThenStops) {
+TEST(DiscoveryClient, FindsAfterTheInitialWaitWithDoublingRepetitionsUntilOffered) {
   const TransportOptions options = testOptions();
   DiscoveryClient client(options, fixedInitialDelay);
   client.requestService(0x1234, T0);
@@ -109,41 +109,29 @@ TEST(DiscoveryClient, FindsAfterTheInitialWaitThenRepeatsWithDoublingDelaysThenS
   strictClient.onOfferEntry(T0, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A, L4_PROTOCOL_UDP, 1), changes);
   strictClient.onOfferEntry(T0, PEER_A, offerEntry(SERVICE_11, 3, ENDPOINT_A, L4_PROTOCOL_UDP, 2), changes);
   EXPECT_EQ(text(changes), "+17 ");
-}
 
-TEST(DiscoveryClient, StopsFindingOnceOffered) {
-  const TransportOptions options = testOptions();
-  DiscoveryClient client(options, fixedInitialDelay);
-  client.requestService(0x1234, T0);
-  SdOutbox out;
-  Changes changes;
-  client.poll(T0 + 50ms, out, changes);  // first find
-  client.onOfferEntry(T0 + 60ms, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A), changes);
-  EXPECT_EQ(text(changes), "+16 ");
-  EXPECT_EQ(client.nextDeadline(), T0 + 60ms + 3s);  // only the offer's expiry is left
-  EXPECT_TRUE(sendTimes(client, T0 + 61ms, 2000ms).empty());
-
-  // Its last instance withdrawn, the service is searched for again from the initial wait on.
+  // Offered, then its last instance withdrawn: the service is searched for again from the initial wait on.
+  changes.clear();
+  client.onOfferEntry(T0 + 3000ms, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A), changes);
   client.onOfferEntry(T0 + 3000ms, PEER_A, offerEntry(SERVICE_10, 0, ENDPOINT_A), changes);
   EXPECT_EQ(text(changes), "+16 -16 ");
   EXPECT_EQ(sendTimes(client, T0 + 3000ms, 2000ms), (std::vector<long>{50, 80, 140, 260}));
   client.onOfferEntry(T0 + 5100ms, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A), changes);
 
   // An offer that comes before the first find does not stop finding: only a find reaches every
-  // instance. The first offer after it does.
-  client.requestService(0x1234, T0);  // still requested: nothing new
+  // instance. The first offer after it does; then only the offers' expiry is left.
   client.releaseService(0x1234);
   client.requestService(0x1234, T0 + 6000ms);
   client.onOfferEntry(T0 + 6010ms, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A), changes);
   EXPECT_EQ(sendTimes(client, T0 + 6000ms, 55ms), (std::vector<long>{50}));
   client.onOfferEntry(T0 + 6060ms, PEER_B, offerEntry(SERVICE_11, 3, {PEER_B, 30502}), changes);
+  EXPECT_EQ(client.nextDeadline(), T0 + 6010ms + 3s);
   EXPECT_TRUE(sendTimes(client, T0 + 6061ms, 2000ms).empty());
 }
 
 TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   const TransportOptions options = testOptions();
   DiscoveryClient client(options, fixedInitialDelay);
-  RebootDetector reboots;
   Changes changes;
   SdOutbox out;
   const auto offer = [&](Clock::time_point at, std::uint32_t peer, const SdEntry& entry) {
@@ -155,10 +143,7 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   ASSERT_EQ(out.size(), 1U);
   offer(T0, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A));
   ASSERT_EQ(text(changes), "+16 ");
-  const auto remote = client.offerOf(SERVICE_10);
-  ASSERT_TRUE(remote.has_value());
-  EXPECT_EQ(remote->peerIp, PEER_A);
-  EXPECT_EQ(remote->endpoint, ENDPOINT_A);
+  ASSERT_TRUE(client.offerOf(SERVICE_10).has_value());  // its endpoint: wiring_test.cpp
   EXPECT_EQ(client.instanceAt(ENDPOINT_A, 0x1234), std::optional<std::uint16_t>(0x0010));
   EXPECT_EQ(client.instanceAt(ENDPOINT_A, 0x4321), std::nullopt);
 
@@ -185,14 +170,11 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   offer(T0 + 6s, PEER_A, offerEntry(SERVICE_10, 0, ENDPOINT_A));
   EXPECT_EQ(text(changes), "+16 -16 ");
 
-  // A peer reboot (its session id going back with the reboot flag) takes all of its offers away; its
-  // next offer makes them available again. Another peer's offers stay.
+  // A peer reboot takes all of its offers away; its next offer makes them available again. Another
+  // peer's offers stay.
   changes.clear();
-  reboots.update(PEER_A, true, true, 7);
   offer(T0 + 7s, PEER_A, offerEntry(SERVICE_10, TTL_INFINITE, ENDPOINT_A));
   offer(T0 + 7s, PEER_B, offerEntry(SERVICE_11, TTL_INFINITE, {PEER_B, 30502}));
-  EXPECT_FALSE(reboots.update(PEER_A, true, true, 8));
-  ASSERT_TRUE(reboots.update(PEER_A, true, true, 1));
   client.onPeerReboot(PEER_A, changes);
   offer(T0 + 8s, PEER_A, offerEntry(SERVICE_10, TTL_INFINITE, ENDPOINT_A));
   EXPECT_EQ(text(changes), "+16 +17 -16 +16 ");
@@ -218,14 +200,8 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
 }
 
 TEST(RebootDetector, SessionGoingBackOrFlagComingBackIsARebootPerPeerAndChannel) {
-  struct Step {
-    std::uint32_t peer;
-    bool multicast;
-    bool flag;
-    std::uint16_t session;
-    bool rebooted;
-  };
-  const std::vector<Step> steps{
+  // Peer, multicast, reboot flag, session id; whether that is a reboot.
+  const std::vector<std::tuple<std::uint32_t, bool, bool, std::uint16_t, bool>> steps{
       {PEER_A, true, true, 1, false},    // first message
       {PEER_A, true, true, 2, false},    //
       {PEER_A, false, true, 1, false},   // unicast counts apart: its first message
@@ -244,9 +220,9 @@ TEST(RebootDetector, SessionGoingBackOrFlagComingBackIsARebootPerPeerAndChannel)
       {PEER_A, true, true, 10, false},   // multicast record forgotten at the unicast reboot
   };
   RebootDetector detector;
-  for (std::size_t i = 0; i < steps.size(); ++i) {
-    const auto& s = steps[i];
-    EXPECT_EQ(detector.update(s.peer, s.multicast, s.flag, s.session), s.rebooted) << "step " << i;
+  std::size_t step = 0;
+  for (const auto& [peer, multicast, flag, session, rebooted] : steps) {
+    EXPECT_EQ(detector.update(peer, multicast, flag, session), rebooted) << "step " << step++;
   }
   EXPECT_TRUE(detector.update(PEER_B, true, true, 1));  // another peer's reboot
 }
@@ -262,10 +238,8 @@ TEST(SdSessionCounter, StartsAtOneWithTheRebootFlagUntilTheFirstWrap) {
   EXPECT_EQ(counter.next(), std::make_pair(std::uint16_t{2}, false));
 }
 
-TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclically) {
-  TransportOptions options = testOptions();
-  options.serviceMajorVersion = 1;
-  options.serviceMinorVersion = 7;
+TEST(DiscoveryServer, OffersAnswersFindsAndAcknowledgesExpiresAndStopsSubscribers) {
+  const TransportOptions options = testOptions();
   DiscoveryServer server(options, fixedInitialDelay);
   ASSERT_TRUE(server.offer(SERVICE_10, ENDPOINT_A, T0));
   EXPECT_FALSE(server.offer(SERVICE_10, {PEER_A, 1}, T0));
@@ -279,8 +253,36 @@ TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclically) {
                                                       0, {udpOption(ENDPOINT_A)})));
   }
 
-  // StopOffer withdraws the instance at once (TTL 0, multicast); stopAll withdraws the rest.
+  // Finds are answered to the peer that sent them, with each matching instance.
   ASSERT_TRUE(server.offer(SERVICE_11, ENDPOINT_A, T0));
+  // Name, service, instance, major and minor version of the find; the instances answered.
+  const std::vector<std::tuple<const char*, std::uint16_t, std::uint16_t, std::uint8_t, std::uint32_t,
+                               std::vector<std::uint16_t>>>
+      finds{
+          {"any instance, any version", 0x1234, 0xFFFF, 0xFF, 0xFFFFFFFF, {0x10, 0x11}},
+          {"one instance", 0x1234, 0x0011, 0xFF, 0xFFFFFFFF, {0x11}},
+          {"unknown instance", 0x1234, 0x0012, 0xFF, 0xFFFFFFFF, {}},
+          {"other service", 0x1235, 0xFFFF, 0xFF, 0xFFFFFFFF, {}},
+          {"exact versions", 0x1234, 0x0010, 1, 7, {0x10}},
+          {"other major", 0x1234, 0xFFFF, 2, 0xFFFFFFFF, {}},
+          {"other minor", 0x1234, 0xFFFF, 0xFF, 8, {}},
+      };
+  for (const auto& [name, service, instance, major, minor, instances] : finds) {
+    SdOutbox out;
+    server.onFindEntry(sdEntry(SdEntryType::FIND_SERVICE, service, instance, major, 3, minor), PEER_B, out);
+    std::vector<std::uint16_t> answered;
+    for (const auto& answer : out) {
+      EXPECT_TRUE(!answer.multicast && answer.peerIp == PEER_B) << name;
+      EXPECT_EQ(fieldsOf(answer.entry),
+                fieldsOf(sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, answer.entry.instanceId, 1, 3, 7, 0, 0,
+                                 {udpOption(ENDPOINT_A)})))
+          << name;
+      answered.push_back(answer.entry.instanceId);
+    }
+    EXPECT_EQ(answered, instances) << name;
+  }
+
+  // StopOffer withdraws the instance at once (TTL 0, multicast); stopAll withdraws the rest.
   ASSERT_TRUE(server.offer({0x4321, 1}, ENDPOINT_A, T0));
   SdOutbox out;
   EXPECT_TRUE(server.stopOffer(SERVICE_10, out));
@@ -296,104 +298,47 @@ TEST(DiscoveryServer, OffersAfterTheInitialWaitWithRepetitionsThenCyclically) {
   EXPECT_EQ(out[0].entry.ttl + out[1].entry.ttl, 0U);
   EXPECT_FALSE(server.isOffered(SERVICE_11));
   EXPECT_EQ(server.nextDeadline(), Clock::time_point::max());
-}
 
-TEST(DiscoveryServer, AnswersMatchingFindsToThePeer) {
-  TransportOptions options = testOptions();
-  options.serviceMajorVersion = 1;
-  options.serviceMinorVersion = 7;
-  DiscoveryServer server(options, fixedInitialDelay);
-  server.offer(SERVICE_10, ENDPOINT_A, T0);
-  server.offer(SERVICE_11, ENDPOINT_A, T0);
-  struct Case {
-    std::string name;
-    std::uint16_t service;
-    std::uint16_t instance;
-    std::uint8_t major;
-    std::uint32_t minor;
-    std::vector<std::uint16_t> answered;
-  };
-  const std::vector<Case> cases{
-      {"any instance, any version", 0x1234, 0xFFFF, 0xFF, 0xFFFFFFFF, {0x10, 0x11}},
-      {"one instance", 0x1234, 0x0011, 0xFF, 0xFFFFFFFF, {0x11}},
-      {"unknown instance", 0x1234, 0x0012, 0xFF, 0xFFFFFFFF, {}},
-      {"other service", 0x1235, 0xFFFF, 0xFF, 0xFFFFFFFF, {}},
-      {"exact versions", 0x1234, 0x0010, 1, 7, {0x10}},
-      {"other major", 0x1234, 0xFFFF, 2, 0xFFFFFFFF, {}},
-      {"other minor", 0x1234, 0xFFFF, 0xFF, 8, {}},
-  };
-  for (const auto& c : cases) {
-    SdOutbox out;
-    server.onFindEntry(sdEntry(SdEntryType::FIND_SERVICE, c.service, c.instance, c.major, 3, c.minor), PEER_B,
-                       out);
-    std::vector<std::uint16_t> answered;
-    for (const auto& answer : out) {
-      EXPECT_TRUE(!answer.multicast && answer.peerIp == PEER_B) << c.name;
-      EXPECT_EQ(fieldsOf(answer.entry),
-                fieldsOf(sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, answer.entry.instanceId, 1, 3, 7, 0, 0,
-                                 {udpOption(ENDPOINT_A)})))
-          << c.name;
-      answered.push_back(answer.entry.instanceId);
-    }
-    EXPECT_EQ(answered, c.answered) << c.name;
-  }
-}
-
-TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
-  TransportOptions options = testOptions();
-  options.serviceMajorVersion = 1;
-  DiscoveryServer server(options, fixedInitialDelay);
+  // Subscribers of an event group of an offered instance are acknowledged, expire and are stopped.
   server.offer(SERVICE_10, ENDPOINT_A, T0);
   ASSERT_TRUE(server.addEventgroup(SERVICE_10, 1));
   EXPECT_FALSE(server.addEventgroup({0x1234, 0x0099}, 1));
   const Endpoint subscriberB{PEER_B, 40001};
   const Endpoint subscriberB2{PEER_B, 40002};
-  const auto subscribe = [](const Address& address, std::uint16_t eventgroup, std::uint32_t ttl,
-                            std::uint8_t major, const std::vector<Endpoint>& endpoints) {
-    SdEntry entry = sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, address.serviceId, address.instanceId, major,
-                            ttl, 0, eventgroup, 2);
-    for (const auto& endpoint : endpoints) {
-      entry.options.push_back(udpOption(endpoint));
-    }
-    return entry;
+  // A subscription to event group 1, major version 1, counter 2.
+  const auto subscribe = [](const Address& address, std::uint32_t ttl, std::vector<SdOption> options) {
+    return sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, address.serviceId, address.instanceId, 1, ttl, 0, 1, 2,
+                   std::move(options));
   };
 
-  struct Case {
-    std::string name;
-    SdEntry entry;
-    Clock::time_point at;
-    std::uint32_t answerTtl;  // 0: Nack
-    bool joins;
+  // Name, entry and time of a subscription of PEER_B; the TTL of the answer (0: Nack).
+  const std::vector<std::tuple<const char*, SdEntry, Clock::time_point, std::uint32_t>> cases{
+      {"new subscriber", subscribe(SERVICE_10, 3, {udpOption(subscriberB)}), T0, 3},
+      {"renewal", subscribe(SERVICE_10, 3, {udpOption(subscriberB)}), T0 + 2s, 3},
+      {"second endpoint of the peer", subscribe(SERVICE_10, 3, {udpOption(subscriberB2)}), T0, 3},
+      {"unknown instance", subscribe(SERVICE_11, 3, {udpOption(subscriberB)}), T0, 0},
+      {"no endpoint", subscribe(SERVICE_10, 3, {}), T0, 0},
   };
-  const std::vector<Case> cases{
-      {"new subscriber", subscribe(SERVICE_10, 1, 3, 1, {subscriberB}), T0, 3, true},
-      {"renewal", subscribe(SERVICE_10, 1, 3, 1, {subscriberB}), T0 + 2s, 3, false},
-      {"second endpoint of the peer", subscribe(SERVICE_10, 1, 3, 1, {subscriberB2}), T0, 3, true},
-      {"unknown instance", subscribe(SERVICE_11, 1, 3, 1, {subscriberB}), T0, 0, false},
-      {"no endpoint", subscribe(SERVICE_10, 1, 3, 1, {}), T0, 0, false},
-  };
-  for (const auto& c : cases) {
+  std::vector<NewSubscriber> joined;
+  for (const auto& [name, entry, at, answerTtl] : cases) {
     SdOutbox out;
-    std::vector<NewSubscriber> joined;
-    server.onSubscribeEntry(c.at, PEER_B, c.entry, out, joined);
-    ASSERT_EQ(out.size(), 1U) << c.name;
-    EXPECT_TRUE(!out[0].multicast && out[0].peerIp == PEER_B) << c.name;
-    EXPECT_EQ(fieldsOf(out[0].entry),
-              fieldsOf(sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234, c.entry.instanceId,
-                               c.entry.majorVersion, c.answerTtl, 0, c.entry.eventgroupId, 2)))
-        << c.name;
-    ASSERT_EQ(joined.size(), c.joins ? 1U : 0U) << c.name;
-    if (c.joins) {
-      EXPECT_EQ(joined[0].address, SERVICE_10);
-      EXPECT_EQ(joined[0].eventgroupId, 1);
-      EXPECT_EQ(joined[0].endpoint, c.entry.options[0].port == 40001 ? subscriberB : subscriberB2);
-    }
+    server.onSubscribeEntry(at, PEER_B, entry, out, joined);
+    ASSERT_EQ(out.size(), 1U) << name;
+    EXPECT_TRUE(!out[0].multicast && out[0].peerIp == PEER_B) << name;
+    EXPECT_EQ(fieldsOf(out[0].entry), fieldsOf(sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234,
+                                                       entry.instanceId, 1, answerTtl, 0, 1, 2)))
+        << name;
+  }
+  // Only the two new endpoints join (the renewal does not).
+  ASSERT_EQ(joined.size(), 2U);
+  for (std::size_t i = 0; i < 2; ++i) {
+    EXPECT_EQ(std::tie(joined[i].address, joined[i].eventgroupId, joined[i].endpoint),
+              std::make_tuple(SERVICE_10, std::uint16_t{1}, i == 0 ? subscriberB : subscriberB2));
   }
   EXPECT_EQ(server.subscribers(SERVICE_10, {1}), (std::set<Endpoint>{subscriberB, subscriberB2}));
   EXPECT_TRUE(server.subscribers(SERVICE_10, {2}).empty());
 
   // TTL: subscriberB2 (from T0) runs out at T0+3s, subscriberB (renewed at T0+2s) at T0+5s.
-  SdOutbox out;
   server.poll(T0 + 3s - 1ms, out);
   EXPECT_EQ(server.subscribers(SERVICE_10, {1}).size(), 2U);
   server.poll(T0 + 3s, out);
@@ -403,13 +348,12 @@ TEST(DiscoveryServer, SubscribersAreAcknowledgedExpiredAndStopped) {
 
   // StopSubscribe (TTL 0) removes the endpoint it names and is not answered; a peer's reboot removes
   // all of its endpoints.
-  std::vector<NewSubscriber> joined;
   out.clear();
-  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 1, 3, 1, {subscriberB}), out, joined);
-  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 1, 3, 1, {subscriberB2}), out, joined);
-  server.onSubscribeEntry(T0 + 6s, PEER_A, subscribe(SERVICE_10, 1, 3, 1, {ENDPOINT_A}), out, joined);
+  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 3, {udpOption(subscriberB)}), out, joined);
+  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 3, {udpOption(subscriberB2)}), out, joined);
+  server.onSubscribeEntry(T0 + 6s, PEER_A, subscribe(SERVICE_10, 3, {udpOption(ENDPOINT_A)}), out, joined);
   out.clear();
-  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 1, 0, 1, {subscriberB}), out, joined);
+  server.onSubscribeEntry(T0 + 6s, PEER_B, subscribe(SERVICE_10, 0, {udpOption(subscriberB)}), out, joined);
   EXPECT_TRUE(out.empty());
   EXPECT_EQ(server.subscribers(SERVICE_10, {1}), (std::set<Endpoint>{ENDPOINT_A, subscriberB2}));
   server.onPeerReboot(PEER_B);

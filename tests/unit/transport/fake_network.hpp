@@ -1,11 +1,13 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
-#include <functional>
 #include <mutex>
+#include <optional>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "network.hpp"
@@ -22,10 +24,11 @@ class FakeNetwork final : public detail::Network {
   using Bytes = std::vector<std::uint8_t>;
   using Endpoint = kov::platform::networking::someip::Endpoint;
   using Channel = detail::Channel;
-  struct Sent {
+  /// A datagram with the endpoint it went to, or came from.
+  struct Datagram {
     Channel channel;
     std::uint16_t instanceId;
-    Endpoint to;
+    Endpoint peer;
     Bytes bytes;
   };
 
@@ -35,33 +38,30 @@ class FakeNetwork final : public detail::Network {
   // The test's side.
 
   void deliver(Channel channel, const Endpoint& from, Bytes bytes, std::uint16_t instanceId = 0) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    incoming_.push_back({channel, instanceId, from, std::move(bytes)});
-    changed_.notify_all();
+    locked([&] { incoming_.push_back({channel, instanceId, from, std::move(bytes)}); });
   }
-
   void advance(std::chrono::milliseconds step) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    now_ += step;
-    kicked_ = true;
-    changed_.notify_all();
+    locked([&] {
+      now_ += step;
+      kicked_ = true;
+    });
   }
 
-  /// Waits (bounded) until a datagram that `match` accepts was sent, and returns it; it is then taken
-  /// out, so that the next wait finds the next one.
-  bool takeSent(const std::function<bool(const Sent&)>& match, Sent& found,
-                std::chrono::milliseconds limit = std::chrono::seconds(5)) {
+  /// Waits (bounded) until a datagram went from `channel` to `to`, and takes it out, so that the next
+  /// wait finds the next one.
+  std::optional<Bytes> takeSent(const Endpoint& to, Channel channel) {
     std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, limit, [&] {
-      for (auto it = sent_.begin(); it != sent_.end(); ++it) {
-        if (match(*it)) {
-          found = *it;
-          sent_.erase(it);
-          return true;
-        }
+    std::optional<Bytes> found;
+    changed_.wait_for(lock, std::chrono::seconds(5), [&] {
+      const auto it = std::find_if(sent_.begin(), sent_.end(),
+                                   [&](const Datagram& d) { return d.peer == to && d.channel == channel; });
+      if (it != sent_.end()) {
+        found = std::move(it->bytes);
+        sent_.erase(it);
       }
-      return false;
+      return found.has_value();
     });
+    return found;
   }
 
   /// Waits until the transport has read every datagram handed in (bounded).
@@ -70,17 +70,12 @@ class FakeNetwork final : public detail::Network {
     return changed_.wait_for(lock, limit, [&] { return incoming_.empty() && !reading_; });
   }
 
-  std::vector<Sent> sent() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return sent_;
+  /// Everything sent and not yet taken, which is then forgotten.
+  std::vector<Datagram> takeAllSent() {
+    return locked([&] { return std::exchange(sent_, {}); });
   }
-  void clearSent() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    sent_.clear();
-  }
-  std::set<Endpoint> groups() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return groups_;
+  std::set<Endpoint> groups() {
+    return locked([&] { return groups_; });
   }
 
   // The transport's side.
@@ -90,41 +85,35 @@ class FakeNetwork final : public detail::Network {
     return now_;
   }
   bool open(const kov::platform::networking::someip::TransportOptions&) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    open_ = true;
-    return true;
+    return locked([&] { return open_ = true; });
   }
   void close() override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    open_ = false;
-    groups_.clear();
-    instances_ = 0;
+    locked([&] {
+      open_ = false;
+      groups_.clear();
+      instances_ = 0;
+    });
   }
   std::uint16_t clientPort() const override { return CLIENT_PORT; }
   std::uint16_t openInstance(std::uint16_t) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return static_cast<std::uint16_t>(FIRST_INSTANCE_PORT + instances_++);
+    return locked([&] { return static_cast<std::uint16_t>(FIRST_INSTANCE_PORT + instances_++); });
   }
   bool joinGroup(const Endpoint& group) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    groups_.insert(group);
-    changed_.notify_all();
+    locked([&] { groups_.insert(group); });
     return true;
   }
   void leaveGroup(const Endpoint& group) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    groups_.erase(group);
-    changed_.notify_all();
+    locked([&] { groups_.erase(group); });
   }
   int send(Channel channel, std::uint16_t instanceId, const Endpoint& to, const std::uint8_t* data,
            std::size_t size) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    sent_.push_back({channel, instanceId, to, Bytes(data, data + size)});
-    changed_.notify_all();
-    return open_ ? 0 : 9;  // EBADF once closed
+    return locked([&] {
+      sent_.push_back({channel, instanceId, to, Bytes(data, data + size)});
+      return open_ ? 0 : 9;  // EBADF once closed
+    });
   }
   void receive(std::chrono::milliseconds timeout, const OnDatagram& onDatagram) override {
-    std::deque<Incoming> batch;
+    std::deque<Datagram> batch;
     {
       std::unique_lock<std::mutex> lock(mutex_);
       // Time stands still here, so a timer wait is only a pause for the next event (kept short).
@@ -134,8 +123,8 @@ class FakeNetwork final : public detail::Network {
       batch.swap(incoming_);
       reading_ = !batch.empty();
     }
-    for (const Incoming& datagram : batch) {
-      onDatagram(datagram.channel, datagram.instanceId, datagram.from, datagram.bytes.data(),
+    for (const Datagram& datagram : batch) {
+      onDatagram(datagram.channel, datagram.instanceId, datagram.peer, datagram.bytes.data(),
                  datagram.bytes.size());
     }
     std::lock_guard<std::mutex> lock(mutex_);
@@ -143,28 +132,27 @@ class FakeNetwork final : public detail::Network {
     changed_.notify_all();
   }
   void wake() override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    kicked_ = true;
-    changed_.notify_all();
+    locked([&] { kicked_ = true; });
   }
 
  private:
-  struct Incoming {
-    Channel channel;
-    std::uint16_t instanceId;
-    Endpoint from;
-    Bytes bytes;
-  };
+  /// Runs `change` under the lock and wakes every waiter: the test's and the transport's.
+  template <typename Change>
+  auto locked(Change change) -> decltype(change()) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    changed_.notify_all();
+    return change();
+  }
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   detail::Clock::time_point now_{detail::Clock::time_point{} + std::chrono::hours(1)};
-  std::deque<Incoming> incoming_;
+  std::deque<Datagram> incoming_;
   bool kicked_{false};
   bool reading_{false};
   bool open_{false};
   int instances_{0};
-  std::vector<Sent> sent_;
+  std::vector<Datagram> sent_;
   std::set<Endpoint> groups_;
 };
 

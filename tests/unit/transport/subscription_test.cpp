@@ -47,58 +47,19 @@ SdEntry answer(const Address& address, std::uint16_t eventgroup, std::uint32_t t
                  eventgroup);
 }
 
-/// Checks that `out` holds exactly one (Stop)SubscribeEventgroup of `address`, event group 1, to `peer`.
-void expectSubscribe(const SdOutbox& out, const Address& address, std::uint32_t peer, std::uint32_t ttl,
+/// Checks that `out` holds exactly one (Stop)SubscribeEventgroup of `address`, event group 1, to `peer`,
+/// and empties it for the next step.
+void expectSubscribe(SdOutbox& out, const Address& address, std::uint32_t peer, std::uint32_t ttl,
                      std::uint8_t major = 1) {
   ASSERT_EQ(out.size(), 1U);
   EXPECT_TRUE(!out[0].multicast && out[0].peerIp == peer);
   EXPECT_EQ(fieldsOf(out[0].entry),
             fieldsOf(sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, address.serviceId, address.instanceId, major,
                              ttl, 0, 1, 0, {udpOption(OWN)})));
+  out.clear();
 }
 
-TEST(EventSubscriptions, SubscribesWhenOfferedAndRenewsAtHalfTheTtl) {
-  kov::test::LogCapture log;
-  const TransportOptions options = testOptions();
-  EventSubscriptions subscriptions(options, OWN);
-  SdOutbox out;
-  subscriptions.add(T0, SERVICE_10, 1, std::nullopt, out);  // not offered yet: waits
-  EXPECT_TRUE(out.empty());
-  EXPECT_EQ(subscriptions.nextDeadline(), Clock::time_point::max());
-  subscriptions.poll(T0 + 1h, out);
-  EXPECT_TRUE(out.empty());
-
-  subscriptions.onOffer(T0 + 10ms, SERVICE_10, offerFrom(PEER_A, 3), out);
-  expectSubscribe(out, SERVICE_10, PEER_A, 4, 3);
-  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4, 1));  // another major version: no Ack
-  EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
-  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4, 3));
-  EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));
-
-  // Renewed at half the TTL, and again half a TTL after that; the same offer seen again sends nothing.
-  out.clear();
-  subscriptions.onOffer(T0 + 20ms, SERVICE_10, offerFrom(PEER_A, 3), out);
-  EXPECT_TRUE(out.empty());
-  EXPECT_EQ(subscriptions.nextDeadline(), T0 + 2010ms);
-  subscriptions.poll(T0 + 2009ms, out);
-  EXPECT_TRUE(out.empty());
-  subscriptions.poll(T0 + 2010ms, out);
-  expectSubscribe(out, SERVICE_10, PEER_A, 4, 3);
-  out.clear();
-  subscriptions.poll(T0 + 4009ms, out);
-  EXPECT_TRUE(out.empty());
-  subscriptions.poll(T0 + 4010ms, out);
-  expectSubscribe(out, SERVICE_10, PEER_A, 4, 3);
-  EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));  // acknowledged stays while renewing
-
-  // Added while offered: sent at once.
-  out.clear();
-  subscriptions.add(T0, SERVICE_11, 1, offerFrom(PEER_B), out);
-  expectSubscribe(out, SERVICE_11, PEER_B, 4);
-  EXPECT_TRUE(log.lines().empty());
-}
-
-TEST(EventSubscriptions, AcksAreMatchedAndANackOrAMissingAckIsLoggedOnce) {
+TEST(EventSubscriptions, SubscribeAckNackRenewResubscribeAndRemove) {
   kov::test::LogCapture log;
   const TransportOptions options = testOptions();
   EventSubscriptions subscriptions(options, OWN);
@@ -119,6 +80,7 @@ TEST(EventSubscriptions, AcksAreMatchedAndANackOrAMissingAckIsLoggedOnce) {
   subscriptions.poll(T0 + 3000ms, out);
   subscriptions.poll(T0 + 4000ms, out);
   EXPECT_EQ(out.size(), 3U);
+  out.clear();
   EXPECT_EQ(log.count("WARN", NO_ACK_LOG), 1U);
   EXPECT_EQ(log.lines().size(), 1U);
 
@@ -129,7 +91,6 @@ TEST(EventSubscriptions, AcksAreMatchedAndANackOrAMissingAckIsLoggedOnce) {
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 0));
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 0));
   EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
-  out.clear();
   subscriptions.poll(T0 + 6000ms, out);
   expectSubscribe(out, SERVICE_10, PEER_A, 4);
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 0));
@@ -139,14 +100,7 @@ TEST(EventSubscriptions, AcksAreMatchedAndANackOrAMissingAckIsLoggedOnce) {
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4));
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 0));
   EXPECT_EQ(log.count("WARN", NACK_LOG), 2U);
-}
-
-TEST(EventSubscriptions, ResubscribesAfterAReOfferAndStopsOnRemove) {
-  kov::test::LogCapture log;
-  const TransportOptions options = testOptions();
-  EventSubscriptions subscriptions(options, OWN);
-  SdOutbox out;
-  subscriptions.add(T0, SERVICE_10, 1, offerFrom(PEER_A), out);
+  log.clear();
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4));
 
   // The offer goes away: nothing is renewed, a late Ack changes nothing; the next offer subscribes again.
@@ -155,38 +109,64 @@ TEST(EventSubscriptions, ResubscribesAfterAReOfferAndStopsOnRemove) {
   EXPECT_EQ(subscriptions.nextDeadline(), Clock::time_point::max());
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4));
   EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
-  out.clear();
   subscriptions.poll(T0 + 1h, out);
   EXPECT_TRUE(out.empty());
   subscriptions.onOffer(T0 + 1h, SERVICE_10, offerFrom(PEER_A), out);
   expectSubscribe(out, SERVICE_10, PEER_A, 4);
 
   // Offered by another peer while subscribed: subscribes there.
-  out.clear();
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4));
   subscriptions.onOffer(T0 + 1h, SERVICE_10, offerFrom(PEER_B), out);
   expectSubscribe(out, SERVICE_10, PEER_B, 4);
   EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
 
   // remove: StopSubscribe (TTL 0) to the peer; a subscription never sent is dropped silently.
-  out.clear();
   EXPECT_TRUE(subscriptions.remove(SERVICE_10, out));
   expectSubscribe(out, SERVICE_10, PEER_B, 0);
   EXPECT_FALSE(subscriptions.remove(SERVICE_10, out));
-  out.clear();
   subscriptions.add(T0 + 1h, SERVICE_10, 1, std::nullopt, out);
   EXPECT_TRUE(subscriptions.remove(SERVICE_10, out));
   EXPECT_TRUE(out.empty());
   subscriptions.onOffer(T0 + 1h, SERVICE_10, offerFrom(PEER_A), out);  // forgotten: nothing
   EXPECT_TRUE(out.empty());
 
-  // removeAll: StopSubscribe for each one that was sent.
+  // Added while offered: sent at once. removeAll: StopSubscribe for each one that was sent.
   subscriptions.add(T0, SERVICE_10, 1, offerFrom(PEER_A), out);
+  expectSubscribe(out, SERVICE_10, PEER_A, 4);
   subscriptions.add(T0, SERVICE_11, 1, std::nullopt, out);
-  out.clear();
   subscriptions.removeAll(out);
   expectSubscribe(out, SERVICE_10, PEER_A, 0);
   EXPECT_EQ(subscriptions.nextDeadline(), Clock::time_point::max());
+
+  // A new subscription, later on.
+  const Clock::time_point T1 = T0 + 2h;
+  subscriptions.add(T1, SERVICE_10, 1, std::nullopt, out);  // not offered yet: waits
+  EXPECT_TRUE(out.empty());
+  EXPECT_EQ(subscriptions.nextDeadline(), Clock::time_point::max());
+  subscriptions.poll(T1 + 1h, out);
+  EXPECT_TRUE(out.empty());
+
+  subscriptions.onOffer(T1 + 10ms, SERVICE_10, offerFrom(PEER_A, 3), out);
+  expectSubscribe(out, SERVICE_10, PEER_A, 4, 3);
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4, 1));  // another major version: no Ack
+  EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4, 3));
+  EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));
+
+  // Renewed at half the TTL, and again half a TTL after that; the same offer seen again sends nothing.
+  subscriptions.onOffer(T1 + 20ms, SERVICE_10, offerFrom(PEER_A, 3), out);
+  EXPECT_TRUE(out.empty());
+  EXPECT_EQ(subscriptions.nextDeadline(), T1 + 2010ms);
+  subscriptions.poll(T1 + 2009ms, out);
+  EXPECT_TRUE(out.empty());
+  subscriptions.poll(T1 + 2010ms, out);
+  expectSubscribe(out, SERVICE_10, PEER_A, 4, 3);
+  subscriptions.poll(T1 + 4009ms, out);
+  EXPECT_TRUE(out.empty());
+  subscriptions.poll(T1 + 4010ms, out);
+  expectSubscribe(out, SERVICE_10, PEER_A, 4, 3);
+  EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));  // acknowledged stays while renewing
+
   EXPECT_TRUE(log.lines().empty());
 }
 

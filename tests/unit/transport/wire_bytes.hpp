@@ -15,10 +15,6 @@ inline void put16(Bytes& out, std::uint16_t value) {
   out.push_back(static_cast<std::uint8_t>(value >> 8));
   out.push_back(static_cast<std::uint8_t>(value));
 }
-inline void put24(Bytes& out, std::uint32_t value) {
-  out.push_back(static_cast<std::uint8_t>(value >> 16));
-  put16(out, static_cast<std::uint16_t>(value));
-}
 inline void put32(Bytes& out, std::uint32_t value) {
   put16(out, static_cast<std::uint16_t>(value >> 16));
   put16(out, static_cast<std::uint16_t>(value));
@@ -56,35 +52,26 @@ inline Bytes message(const Header& h, const Bytes& payload = {}) {
   return out;
 }
 
-/// The first 12 bytes every entry shares: type, option runs (one run here), service, instance, major
-/// version and TTL.
-inline Bytes entryHead(std::uint8_t type, std::uint16_t service, std::uint16_t instance, std::uint8_t major,
-                       std::uint32_t ttl, std::uint8_t firstOption, std::uint8_t optionCount) {
-  Bytes out{type, firstOption, 0x00, static_cast<std::uint8_t>(optionCount << 4)};
-  put16(out, service);
-  put16(out, instance);
-  out.push_back(major);
-  put24(out, ttl);
-  return out;
-}
-
-/// Service entry: FindService 0x00, OfferService 0x01 (TTL 0: StopOffer).
+/// Service entry with one option run: FindService 0x00, OfferService 0x01 (TTL 0: StopOffer). Type, option
+/// run, service, instance, major version, 24-bit TTL, minor version.
 inline Bytes serviceEntry(std::uint8_t type, std::uint16_t service, std::uint16_t instance,
                           std::uint8_t major, std::uint32_t ttl, std::uint32_t minor,
                           std::uint8_t firstOption, std::uint8_t optionCount) {
-  Bytes out = entryHead(type, service, instance, major, ttl, firstOption, optionCount);
+  Bytes out{type, firstOption, 0x00, static_cast<std::uint8_t>(optionCount << 4)};
+  put16(out, service);
+  put16(out, instance);
+  out.insert(out.end(), {major, static_cast<std::uint8_t>(ttl >> 16)});
+  put16(out, static_cast<std::uint16_t>(ttl));
   put32(out, minor);
   return out;
 }
 
 /// Eventgroup entry: SubscribeEventgroup 0x06, SubscribeEventgroupAck 0x07 (TTL 0: StopSubscribe, Nack).
+/// Laid out as a service entry whose last 4 bytes are reserved, counter 0 and the event group.
 inline Bytes eventgroupEntry(std::uint8_t type, std::uint16_t service, std::uint16_t instance,
                              std::uint8_t major, std::uint32_t ttl, std::uint16_t eventgroup,
                              std::uint8_t firstOption, std::uint8_t optionCount) {
-  Bytes out = entryHead(type, service, instance, major, ttl, firstOption, optionCount);
-  out.insert(out.end(), {0x00, 0x00});  // reserved, counter 0
-  put16(out, eventgroup);
-  return out;
+  return serviceEntry(type, service, instance, major, ttl, eventgroup, firstOption, optionCount);
 }
 
 /// IPv4 endpoint (0x04) or multicast (0x14) option: length 9, type, reserved, address, reserved,
@@ -104,21 +91,9 @@ inline Bytes ipv4Option(std::uint8_t type, std::uint32_t ip, std::uint8_t protoc
 inline Bytes sdMessage(std::uint8_t flags, std::uint16_t session, std::initializer_list<Bytes> entries,
                        std::initializer_list<Bytes> options = {}) {
   Bytes payload{flags, 0x00, 0x00, 0x00};
-  std::uint32_t entriesLength = 0;
-  for (const Bytes& entry : entries) {
-    entriesLength += static_cast<std::uint32_t>(entry.size());
-  }
-  put32(payload, entriesLength);
-  for (const Bytes& entry : entries) {
-    payload.insert(payload.end(), entry.begin(), entry.end());
-  }
-  std::uint32_t optionsLength = 0;
-  for (const Bytes& option : options) {
-    optionsLength += static_cast<std::uint32_t>(option.size());
-  }
-  put32(payload, optionsLength);
-  for (const Bytes& option : options) {
-    payload.insert(payload.end(), option.begin(), option.end());
+  for (const Bytes& array : {concat(entries), concat(options)}) {
+    put32(payload, static_cast<std::uint32_t>(array.size()));
+    payload.insert(payload.end(), array.begin(), array.end());
   }
   return message({0xFFFF, 0x8100, 0x0000, session, 0x01, 0x01, 0x02, 0x00}, payload);
 }
