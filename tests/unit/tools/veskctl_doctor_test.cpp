@@ -3,11 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ostream>
 #include <string>
 #include <vector>
 
 #include "doctor_probes.hpp"
 #include "doctor_verdicts.hpp"
+
+namespace kov::tools::veskctl::doctor {
+void PrintTo(const Verdict& v, std::ostream* out) {
+  *out << v.check << " | " << statusName(v.status) << " | " << v.found << " | " << v.fix;
+}
+}  // namespace kov::tools::veskctl::doctor
 
 namespace {
 
@@ -42,14 +49,7 @@ const char* const LACKS_FIX =
 TEST(VeskctlDoctorTest, VerdictsFollowFromTheFacts) {
   const auto expectVerdicts = [](const char* name, const std::vector<Verdict>& verdicts,
                                  const std::vector<Verdict>& expected) {
-    SCOPED_TRACE(name);
-    ASSERT_EQ(verdicts.size(), expected.size());
-    for (std::size_t i = 0; i < verdicts.size(); ++i) {
-      EXPECT_EQ(verdicts[i].check, expected[i].check);
-      EXPECT_STREQ(statusName(verdicts[i].status), statusName(expected[i].status));
-      EXPECT_EQ(verdicts[i].found, expected[i].found);
-      EXPECT_EQ(verdicts[i].fix, expected[i].fix);
-    }
+    EXPECT_EQ(verdicts, expected) << name;
   };
   expectVerdicts("address on no interface", {addressVerdict("198.18.0.9", std::nullopt, {})},
                  {{"address", Status::Fail, "198.18.0.9 is assigned to no interface of this host",
