@@ -19,7 +19,11 @@ readonly PAIRS=6 TTL=2
 generation=0
 # Only lo, up, and no routes: as on a user's machine, nothing else is needed, since every SOME/IP
 # participant sends its SD multicast out of the interface of its own address.
-loopback_netns "kovtest-$$"
+ns="kovtest-$$"
+test_namespaces=("$ns")
+clean_up_on_exit
+ip netns add "$ns" || skip "cannot create network namespace $ns"
+ip -n "$ns" link set lo up
 
 # Another SOME/IP program runs on the host before ours start, holding the SD port on the wildcard
 # address and on its own address with address reuse, as widely used stacks do. Ours must start beside

@@ -40,12 +40,9 @@ ip netns add "$bridge_ns" || skip "cannot create network namespace $bridge_ns"
 # Without an IGMP querier on the segment, snooping could hold back the SD group: flood multicast.
 ip -n "$bridge_ns" link add br0 type bridge mcast_snooping 0
 ip -n "$bridge_ns" link set br0 up
+add_host "$prefix-c" "$CLIENT_ADDRESS" c
 for i in 0 1 2; do
   add_host "$prefix-${HOSTS[$i]}" "$(host_address "$i")" "${HOSTS[$i]}"
-done
-add_host "$prefix-c" "$CLIENT_ADDRESS" c
-
-for i in 0 1 2; do
   start_sensord "$prefix-${HOSTS[$i]}" "$(host_address "$i")" "sensord-${HOSTS[$i]}.out" --sensors "$PER_HOST" \
     --first-id "${FIRST_IDS[$i]}" --offer-ttl "$TTL"
   daemon_pids[$i]=$sensord_pid
