@@ -11,29 +11,12 @@ import pytest
 
 import kov_vesk
 import kov_vesk.aio
-from kov_vesk import (
-    CallError,
-    DatapathDestination,
-    DesiredScanSettings,
-    Interlace,
-    Point,
-    Rejected,
-    Snap,
-    SystemMode,
-    Timeout,
-    Unavailable,
-)
-from sensor_cases import (
-    DEFAULT_DESIRED,
-    SOFTWARE_VERSION_TEXTS,
-    check_mode_and_events,
-    check_round_trips,
-    wait_until,
-)
+from kov_vesk import (CallError, DatapathDestination, DesiredScanSettings, Interlace, Point, Rejected, Snap,
+                      SystemMode, Timeout, Unavailable)
+from sensor_cases import DEFAULT_DESIRED, SOFTWARE_VERSION_TEXTS, check_mode_and_events, check_round_trips, wait_until
 
 SENSOR = 0x10
 SCAN_SERVICE, MODE_SERVICE, INFO_SERVICE = 0x0003, 0x0002, 0x0004
-SIM = "simulator result "
 
 
 def test_fixture_fleet_reads_and_writes_every_operation(simulated_fleet):
