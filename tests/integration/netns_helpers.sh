@@ -6,10 +6,7 @@ readonly SKIP_EXIT_CODE=77
 
 # In CI (CI=true), which has root and every tool, a test that cannot run is a failure.
 skip() {
-  if [[ "${CI:-}" == "true" ]]; then
-    echo "FAIL: cannot run in CI: $*"
-    exit 1
-  fi
+  [[ "${CI:-}" != "true" ]] || fail "cannot run in CI: $*"
   echo "SKIP: $*"
   exit "$SKIP_EXIT_CODE"
 }
@@ -49,7 +46,6 @@ nsx() { ip netns exec "$ns" "$@"; }
 
 # start_sensord NAMESPACE ADDRESS LOG [ARGS...]: vesk-sensord on ADDRESS in the background, its output
 # in $work/LOG and its pid in $sensord_pid once it says it serves.
-sensord_pid=""
 start_sensord() {
   local ns=$1 address=$2 log=$3
   shift 3
@@ -120,7 +116,6 @@ wait_for_text() { retry_for "$3" grep -qsF -- "$2" "$1"; }
 
 # Waits up to $2 ms for child process $1 to end and puts its exit status in $exit_status; when it
 # hangs, kills it and returns false.
-exit_status=""
 wait_exit() {
   exit_status=0
   if ! retry_for "$2" _ended "$1"; then
