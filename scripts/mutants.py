@@ -219,6 +219,17 @@ FAULTS = [
          find="settings.frameRate <= 30.0F)) {", replace="settings.frameRate <= 31.0F)) {"),
     dict(name="tool-sim-mode-change-late", file="tools/simulator/src/mode_sequencer.cpp",
          find="while (nextChange_ && *nextChange_ <= now) {", replace="while (nextChange_ && *nextChange_ < now) {"),
+    # --- tools: veskctl doctor and monitor (their texts are checked by the unit tests only) ---
+    dict(name="tool-doctor-multicast-fix", file="tools/veskctl/src/doctor_verdicts.cpp",
+         find='" multicast on";', replace='" multicast off";'),
+    dict(name="tool-doctor-rp-filter-fix", file="tools/veskctl/src/doctor_verdicts.cpp",
+         find='".rp_filter=2";', replace='".rp_filter=0";'),
+    dict(name="tool-doctor-lacks-text", file="tools/veskctl/src/doctor_verdicts.cpp",
+         find='"; lacks service "', replace='"; lacks "'),
+    dict(name="tool-monitor-stop-offer-named-offer", file="tools/veskctl/src/monitor_command.cpp",
+         find="const bool stop = entry.ttl == 0;", replace="const bool stop = false;"),
+    dict(name="tool-monitor-reboot-flag-dropped", file="tools/veskctl/src/monitor_command.cpp",
+         find="entryLine(context, entry, sd.reboot())", replace="entryLine(context, entry, false)"),
 ]
 
 MODULES = [

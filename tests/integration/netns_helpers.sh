@@ -6,10 +6,7 @@ readonly SKIP_EXIT_CODE=77
 
 # In CI (CI=true), which has root and every tool, a test that cannot run is a failure.
 skip() {
-  if [[ "${CI:-}" == "true" ]]; then
-    echo "FAIL: cannot run in CI: $*"
-    exit 1
-  fi
+  [[ "${CI:-}" != "true" ]] || fail "cannot run in CI: $*"
   echo "SKIP: $*"
   exit "$SKIP_EXIT_CODE"
 }
@@ -21,10 +18,7 @@ fail() {
 
 step() { echo "--- $*"; }
 
-now_us() {
-  local t=$EPOCHREALTIME
-  echo "${t/./}"
-}
+now_us() { echo "${EPOCHREALTIME/./}"; }
 
 # Milliseconds from microsecond time $1 to $2, with one decimal.
 elapsed_ms() { echo "$((($2 - $1) / 1000)).$(((($2 - $1) % 1000) / 100))"; }
@@ -38,16 +32,6 @@ require_netns() {
   ip netns del "$probe"
 }
 
-# Kills what still runs in namespace $1, then removes it.
-remove_netns() {
-  local ns=$1 pid
-  ip netns list 2>/dev/null | grep -qw "^$ns" || return 0
-  for pid in $(ip netns pids "$ns" 2>/dev/null); do
-    kill -KILL "$pid" 2>/dev/null || true
-  done
-  ip netns del "$ns" 2>/dev/null || true
-}
-
 # The two programs every network test takes: sets $sensord and $veskctl, then checks for root,
 # `ip netns` and jq.
 take_programs() {
@@ -58,20 +42,10 @@ take_programs() {
   command -v jq >/dev/null || skip "jq is not installed (scripts/install-deps.sh installs it)"
 }
 
-# Makes the work folder and namespace $1 (in $ns) with its loopback up, both removed on exit.
-loopback_netns() {
-  ns=$1
-  test_namespaces=("$ns")
-  clean_up_on_exit
-  ip netns add "$ns" || skip "cannot create network namespace $ns"
-  ip -n "$ns" link set lo up
-}
-
 nsx() { ip netns exec "$ns" "$@"; }
 
 # start_sensord NAMESPACE ADDRESS LOG [ARGS...]: vesk-sensord on ADDRESS in the background, its output
 # in $work/LOG and its pid in $sensord_pid once it says it serves.
-sensord_pid=""
 start_sensord() {
   local ns=$1 address=$2 log=$3
   shift 3
@@ -98,8 +72,10 @@ clean_up_on_exit() {
 
 _clean_up() {
   local status=$1 ns log
-  for ns in "${test_namespaces[@]}"; do
-    remove_netns "$ns"
+  for ns in "${test_namespaces[@]}"; do # what still runs there is killed first
+    # shellcheck disable=SC2046 # one argument per pid
+    kill -KILL $(ip netns pids "$ns" 2>/dev/null) 2>/dev/null || true
+    ip netns del "$ns" 2>/dev/null || true
   done
   if ((status != 0 && status != SKIP_EXIT_CODE)); then
     for log in "$work"/*; do
@@ -123,18 +99,8 @@ lines_since() { awk -v since="$3" -v pattern="$2" '$1 >= since && $0 ~ pattern' 
 
 # Waits until file $1 holds at least $3 lines matching $2 stamped at or after $4, for at most $5 ms.
 # Prints the time stamp of the last line counted; false on timeout.
-wait_for_lines() {
-  local file=$1 pattern=$2 count=$3 since=$4 deadline=$(($(now_us) + $5 * 1000)) found
-  while (($(now_us) < deadline)); do
-    found="$(lines_since "$file" "$pattern" "$since" | sed -n "${count}p")"
-    if [[ -n "$found" ]]; then
-      echo "${found%% *}"
-      return 0
-    fi
-    sleep 0.02
-  done
-  return 1
-}
+wait_for_lines() { retry_for "$5" _nth_stamp "$@"; }
+_nth_stamp() { lines_since "$1" "$2" "$4" | awk -v n="$3" 'NR == n { print $1; found = 1 } END { exit !found }'; }
 
 # Runs "${@:2}" every 20 ms until it succeeds (its output shown), for at most $1 ms; false on timeout.
 retry_for() {
@@ -150,21 +116,17 @@ wait_for_text() { retry_for "$3" grep -qsF -- "$2" "$1"; }
 
 # Waits up to $2 ms for child process $1 to end and puts its exit status in $exit_status; when it
 # hangs, kills it and returns false.
-exit_status=""
 wait_exit() {
-  local pid=$1 deadline=$(($(now_us) + $2 * 1000))
   exit_status=0
-  while kill -0 "$pid" 2>/dev/null; do
-    if (($(now_us) >= deadline)); then
-      kill -KILL "$pid" 2>/dev/null || true
-      wait "$pid" 2>/dev/null || true
-      exit_status="hung"
-      return 1
-    fi
-    sleep 0.02
-  done
-  wait "$pid" 2>/dev/null || exit_status=$?  # no "Killed" job notice on stderr
+  if ! retry_for "$2" _ended "$1"; then
+    kill -KILL "$1" 2>/dev/null || true
+    wait "$1" 2>/dev/null || true
+    exit_status="hung"
+    return 1
+  fi
+  wait "$1" 2>/dev/null || exit_status=$? # no "Killed" job notice on stderr
 }
+_ended() { ! kill -0 "$1" 2>/dev/null; }
 
 # Prints the time by which every one of $4 (sensor, service) pairs was reported available ($3 = true)
 # or unavailable ($3 = false) in timestamped `veskctl --json -v watch` output $1, counting only reports

@@ -57,6 +57,11 @@ def sdEntries($sd):
                        proto: .["someipsd.option.proto"],
                        port: ((.["someipsd.option.port"] // "0") | tonumber) } ] };
 
+# The one option of entry $e when it is an IPv4 UDP endpoint on $address with a port; null otherwise.
+def udpEndpoint($e; $address):
+  $e.endpoints | if length == 1 and .[0].type == "4" and .[0].address == $address and .[0].proto == "17" and .[0].port != 0
+    then .[0] else null end;
+
 def problem($m; $text): .problems += ["frame \($m.frame) (\($m.src):\($m.sport) -> \($m.dst):\($m.dport)): \($text)"];
 def count($what): .counts[$what] += 1;
 
@@ -70,12 +75,9 @@ def checkSdEntry($m; $e; $instances; $ttl):
         | if (services | index($e.service)) == null or ($instances | index($e.instance)) == null
           then problem($m; "offer of unexpected service/instance \($id)") else . end
         | if ($e.ttl > 0) then .offered[$id] = true else . end
-        | if ($e.endpoints | length) != 1 then problem($m; "offer \($id) references \($e.endpoints | length) options, expected one endpoint")
-          else $e.endpoints[0] as $o
-            | if $o.type != "4" or $o.address != $sensor or $o.proto != "17" or $o.port == 0
-              then problem($m; "offer \($id) endpoint type \($o.type) \($o.address):\($o.port) proto \($o.proto), expected IPv4 UDP endpoint on \($sensor)")
-              else .servicePorts["\($o.port)/\($e.service)"] = true | .offeredPorts["\($e.instance)=\($o.port)"] = true end
-          end
+        | udpEndpoint($e; $sensor) as $o
+        | if $o == null then problem($m; "offer \($id) with options \($e.endpoints), expected one IPv4 UDP endpoint on \($sensor)")
+          else .servicePorts["\($o.port)/\($e.service)"] = true | .offeredPorts["\($e.instance)=\($o.port)"] = true end
       elif $e.type == "0x07" then
         count(if $e.ttl == 0 then "subscribeNack" else "subscribeAck" end)
         | if .subscribed["\($m.dst)/\($id)/\($e.eventgroup)"] != true
@@ -89,14 +91,10 @@ def checkSdEntry($m; $e; $instances; $ttl):
         count(if $e.ttl == 0 then "stopSubscribe" else "subscribe" end)
         | if eventgroups[$e.service] != $e.eventgroup
           then problem($m; "subscribe to eventgroup \($e.eventgroup) of service \($e.service), expected \(eventgroups[$e.service])") else . end
+        | udpEndpoint($e; $m.src) as $o
         | if $e.ttl == 0 then .
-          elif ($e.endpoints | length) != 1 then problem($m; "subscribe \($id) references \($e.endpoints | length) options, expected one endpoint")
-          else $e.endpoints[0] as $o
-            | if $o.type != "4" or $o.address != $m.src or $o.proto != "17" or $o.port == 0
-              then problem($m; "subscribe \($id) endpoint type \($o.type) \($o.address):\($o.port) proto \($o.proto), expected IPv4 UDP endpoint on \($m.src)")
-              else .subscribed["\($m.src)/\($id)/\($e.eventgroup)"] = true
-                | .eventPorts["\($o.address):\($o.port)/\($e.service)"] = true end
-          end
+          elif $o == null then problem($m; "subscribe \($id) with options \($e.endpoints), expected one IPv4 UDP endpoint on \($m.src)")
+          else .subscribed["\($m.src)/\($id)/\($e.eventgroup)"] = true | .eventPorts["\($o.address):\($o.port)/\($e.service)"] = true end
       else problem($m; "entry type \($e.type) sent by a client, expected 0x00 (find) or 0x06 (subscribe)") end
     end;
 

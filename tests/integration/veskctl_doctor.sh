@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # veskctl doctor against networks broken on purpose, each in network namespaces of its own: a healthy
 # loop-back with vesk-sensord, an address on no interface, an interface down, multicast off on a veth,
-# strict reverse-path filtering against SD from another subnet, the SD port held without address reuse,
-# a sensor offering two of its three services and offers of another major version. Each scenario
-# expects its verdict line and exit status.
+# strict reverse-path filtering against SD from another subnet, the SD port held without address reuse
+# and offers of another major version. Each scenario expects its verdict line and exit status: these
+# show that the probes read the facts from a real network; the exact texts and fixes drawn from the
+# facts are checked in tests/unit/tools/veskctl_doctor_test.cpp.
 # Usage: veskctl_doctor.sh <vesk-sensord> <veskctl>. Needs root; exits 77 (skipped) without it.
 set -euo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
@@ -16,7 +17,7 @@ prefix="kovdr-$$"
 lo_ns="$prefix-lo"
 client_ns="$prefix-c"
 sensor_ns="$prefix-s"
-readonly SENSOR=198.18.1.1 CLIENT=198.18.1.2 FAKE=198.18.1.3
+readonly SENSOR=198.18.1.1 CLIENT=198.18.1.2
 
 test_namespaces=("$lo_ns" "$client_ns" "$sensor_ns")
 clean_up_on_exit
@@ -38,15 +39,10 @@ expect() {
   echo "ok: $4: $(grep -E -- "$3" "$work/$1" | head -1)"
 }
 
-stop() {
-  kill -TERM "$1" 2>/dev/null || true
-  wait_exit "$1" 5000 || true
-}
-
 step "healthy: the loop-back with multicast, vesk-sensord playing two sensors"
 ip netns add "$lo_ns" || skip "cannot create network namespace $lo_ns"
 ip -n "$lo_ns" link set lo up multicast on
-for address in $SENSOR $CLIENT $FAKE; do
+for address in $SENSOR $CLIENT; do
   ip -n "$lo_ns" addr add "$address/32" dev lo
 done
 ip -n "$lo_ns" route add 224.0.0.0/4 dev lo
@@ -54,10 +50,8 @@ start_sensord "$lo_ns" "$SENSOR" sensord-lo.out --sensors 2 --offer-ttl 2
 doctor "$lo_ns" healthy.out --unicast "$CLIENT" --seconds 1.5
 expect healthy.out 0 "^PASS  getter 0x0011 +getSensorSoftwareVersion answered in" "healthy"
 [[ -z "$(grep -vE '^PASS  ' "$work/healthy.out")" ]] || fail "healthy: not every line passed"
-for sensor in 0x0010 0x0011; do
-  grep -qE "^PASS  sensor $sensor +services 0x0002, 0x0003, 0x0004 at $SENSOR:[0-9]+, major 0$" "$work/healthy.out" ||
-    fail "healthy: sensor $sensor not listed with its three services"
-done
+(($(grep -cE "^PASS  sensor 0x001[01] +services 0x0002, 0x0003, 0x0004 at $SENSOR:[0-9]+, major 0$" "$work/healthy.out") == 2)) ||
+  fail "healthy: sensors 0x0010 and 0x0011 not each listed with their three services"
 ip netns exec "$lo_ns" "$veskctl" doctor --json --unicast "$CLIENT" --seconds 0.5 --discovery-timeout 2 > "$work/healthy.json" 2>&1 ||
   fail "healthy --json: doctor failed"
 jq -s -e 'length > 5 and all(.[]; .status == "PASS" and (.check | type) == "string"
@@ -79,39 +73,13 @@ holder_pid=$!
 wait_for_text "$work/holder.out" ready 5000 || fail "the port holder did not start"
 doctor "$lo_ns" held.out --unicast "$CLIENT" --seconds 0.3
 expect held.out 1 "^FAIL  sd port +cannot bind $CLIENT:30490 .*python3 \(pid $holder_pid\) on $CLIENT:30490 holds the port without address reuse" "port held"
-stop "$holder_pid"
+kill -TERM "$holder_pid"
+wait_exit "$holder_pid" 5000 || true
 
 step "offers of major 0 against --major 1"
 doctor "$lo_ns" major.out --unicast "$CLIENT" --seconds 1 --major 1 --discovery-timeout 1
 expect major.out 1 "^WARN  sensor 0x0010 .*major differs from --major 1" "another major"
 stop_sensord "$sensord_pid"
-
-step "a sensor offering two of its three services"
-# Offers of services 0x0002 and 0x0003 of instance 0x0020 from FAKE, every 200 ms, as the SD tables
-# lay them out: header, flags, two 16-byte entries sharing one IPv4 endpoint option.
-ip netns exec "$lo_ns" python3 -c '
-import socket, struct, sys, time
-own, group = sys.argv[1], "224.224.224.245"
-s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-s.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-s.bind((own, 30490))
-s.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_IF, socket.inet_aton(own))
-entries = b"".join(struct.pack(">BBBBHHBBHI", 1, 0, 0, 0x10, service, 0x20, 0, 0, 3, 0) for service in (2, 3))
-option = struct.pack(">HBB4sBBH", 9, 4, 0, socket.inet_aton(own), 0, 0x11, 40000)
-payload = bytes([0xC0, 0, 0, 0]) + struct.pack(">I", len(entries)) + entries + struct.pack(">I", len(option)) + option
-print("ready", flush=True)
-deadline = time.monotonic() + 30
-session = 1
-while time.monotonic() < deadline:
-    header = struct.pack(">HHIHHBBBB", 0xFFFF, 0x8100, 8 + len(payload), 0, session, 1, 1, 2, 0)
-    s.sendto(header + payload, (group, 30490))
-    session += 1
-    time.sleep(0.2)' "$FAKE" > "$work/offers.out" 2>&1 &
-offers_pid=$!
-wait_for_text "$work/offers.out" ready 5000 || fail "the offer writer did not start"
-doctor "$lo_ns" lacks.out --unicast "$CLIENT" --seconds 1 --discovery-timeout 1
-expect lacks.out 1 "^WARN  sensor 0x0020 +services 0x0002, 0x0003 at $FAKE:40000, major 0; lacks service 0x0004" "a service lacking"
-stop "$offers_pid"
 
 step "a veth: interface down, multicast off"
 ip netns add "$client_ns"
@@ -134,7 +102,6 @@ start_sensord "$sensor_ns" 198.18.2.2 sensord-veth.out --sensors 1 --offer-ttl 2
 ip -n "$client_ns" link set dev eth0 multicast off
 doctor "$client_ns" nomulticast.out --unicast 198.18.2.1 --seconds 1 --discovery-timeout 1
 expect nomulticast.out "0|1" "^(WARN|FAIL)  address +198\.18\.2\.1 on eth0 \(UP\) without the MULTICAST flag" "multicast off"
-grep -q "fix: ip link set dev eth0 multicast on" "$work/nomulticast.out" || fail "multicast off: no fix given"
 ip -n "$client_ns" link set dev eth0 multicast on
 stop_sensord "$sensord_pid"
 
@@ -152,7 +119,6 @@ ip netns exec "$client_ns" sysctl -qw net.ipv4.conf.eth0.rp_filter=1
 start_sensord "$sensor_ns" 198.18.3.1 sensord-subnet.out --sensors 1 --offer-ttl 2
 doctor "$client_ns" rpfilter.out --unicast 198.18.2.1 --seconds 1.5 --discovery-timeout 1
 expect rpfilter.out 1 "^(WARN|FAIL)  rp_filter +strict \(eth0 1, all [01]\)" "strict rp_filter"
-grep -q "fix: sysctl -w net.ipv4.conf.eth0.rp_filter=2" "$work/rpfilter.out" || fail "strict rp_filter: no sysctl fix"
 stop_sensord "$sensord_pid"
 
-echo "PASS: veskctl doctor (8 scenarios)"
+echo "PASS: veskctl doctor (7 scenarios)"

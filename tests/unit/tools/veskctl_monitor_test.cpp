@@ -17,54 +17,47 @@ using kov::tools::veskctl::describeSdDatagram;
 using kov::tools::veskctl::MonitorLineContext;
 using Bytes = std::vector<std::uint8_t>;
 
-/// SOME/IP header of an SD notification (service 0xFFFF, method 0x8100, client 0, session 1) for a
-/// payload of `payloadSize` bytes, followed by the payload.
-Bytes sdDatagram(const Bytes& payload) {
-  const auto length = static_cast<std::uint8_t>(8 + payload.size());
-  Bytes bytes{0xFF, 0xFF, 0x81, 0x00, 0x00, 0x00, 0x00, length,
-              0x00, 0x00, 0x00, 0x01, 0x01, 0x01, 0x02, 0x00};
-  bytes.insert(bytes.end(), payload.begin(), payload.end());
+/// The bytes of a hex text; spaces only separate groups for reading.
+Bytes hex(const std::string& text) {
+  Bytes bytes;
+  for (std::size_t i = 0; i + 1 < text.size(); i += text[i] == ' ' ? 1 : 2) {
+    if (text[i] != ' ') {
+      bytes.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+    }
+  }
+  return bytes;
+}
+
+/// SOME/IP header of an SD notification (service 0xFFFF, method 0x8100, client 0, session 1) for the
+/// payload given in hex, followed by that payload.
+Bytes sdDatagram(const std::string& payload) {
+  auto bytes = hex("ffff8100 00000000 00000001 01010200" + payload);
+  bytes[7] = static_cast<std::uint8_t>(bytes.size() - 8);
   return bytes;
 }
 
 // OfferService 0x0003/0x0010 v1.0, TTL 3, one IPv4 endpoint option 127.0.0.2:40001/UDP; reboot and
-// unicast flags set.
-const Bytes OFFER = sdDatagram({0xC0, 0,    0,    0,                             // flags, reserved
-                                0,    0,    0,    0x10,                          // entries: 16 bytes
-                                0x01, 0x00, 0x00, 0x10, 0x00, 0x03, 0x00, 0x10,  // offer, 1 option
-                                0x01, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 0x00,  // major 1, TTL 3, minor 0
-                                0,    0,    0,    0x0C,                          // options: 12 bytes
-                                0x00, 0x09, 0x04, 0x00, 0x7F, 0x00, 0x00, 0x02,  // IPv4 endpoint
-                                0x00, 0x11, 0x9C, 0x41});                        // UDP, port 40001
+// unicast flags set. Payload: flags, entries length 16, the entry (type, option run 0 with one option,
+// service, instance, major, TTL, minor), options length 12, IPv4 endpoint (length 9, type 4, address,
+// UDP, port).
+const Bytes OFFER = sdDatagram(
+    "c0000000 00000010 01000010 00030010 01000003 00000000 0000000c 00090400 "
+    "7f000002 00119c41");
 // StopOfferService 0x0002/0x0010 v1.0 (offer with TTL 0), no options, unicast flag only.
-const Bytes STOP_OFFER = sdDatagram({0x40, 0,    0,    0,    0,    0,    0,    0x10,  //
-                                     0x01, 0x00, 0x00, 0x00, 0x00, 0x02, 0x00, 0x10,  //
-                                     0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,  //
-                                     0,    0,    0,    0});
+const Bytes STOP_OFFER = sdDatagram("40000000 00000010 01000000 00020010 01000000 00000000 00000000");
 // SubscribeEventgroup 0x0003/0x0010 eventgroup 0x0003, TTL 3, options 127.0.0.3:41000/UDP and the
-// multicast 239.1.2.3:5000/UDP.
-const Bytes SUBSCRIBE = sdDatagram({0x40, 0,    0,    0,    0,    0,    0,    0x10,  //
-                                    0x06, 0x00, 0x00, 0x20, 0x00, 0x03, 0x00, 0x10,  // 2 options
-                                    0x01, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 0x03,  // eventgroup 3
-                                    0,    0,    0,    0x18,                          //
-                                    0x00, 0x09, 0x04, 0x00, 0x7F, 0x00, 0x00, 0x03,  //
-                                    0x00, 0x11, 0xA0, 0x28,                          // port 41000
-                                    0x00, 0x09, 0x14, 0x00, 0xEF, 0x01, 0x02, 0x03,  // multicast
-                                    0x00, 0x11, 0x13, 0x88});                        // port 5000
+// multicast 239.1.2.3:5000/UDP (type 0x14).
+const Bytes SUBSCRIBE = sdDatagram(
+    "40000000 00000010 06000020 00030010 01000003 00000003 00000018 00090400 "
+    "7f000003 0011a028 00091400 ef010203 00111388");
 // SubscribeEventgroupNack 0x0003/0x0010 eventgroup 0x0003 (ack with TTL 0), then FindService of
 // 0x0004, any instance and version, TTL 3.
-const Bytes NACK_AND_FIND = sdDatagram({0x40, 0,    0,    0,    0,    0,    0,    0x20,  //
-                                        0x07, 0x00, 0x00, 0x00, 0x00, 0x03, 0x00, 0x10,  //
-                                        0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x03,  //
-                                        0x00, 0x00, 0x00, 0x00, 0x00, 0x04, 0xFF, 0xFF,  //
-                                        0xFF, 0x00, 0x00, 0x03, 0xFF, 0xFF, 0xFF, 0xFF,  //
-                                        0,    0,    0,    0});
+const Bytes NACK_AND_FIND = sdDatagram(
+    "40000000 00000020 07000000 00030010 01000000 00000003 00000000 0004ffff ff000003 ffffffff 00000000");
 // An entries array of 17 bytes; a datagram of 10 bytes; a request of service 0x0003 on the SD port.
-const Bytes ODD_ENTRIES =
-    sdDatagram({0x40, 0, 0, 0, 0, 0, 0, 0x11, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-const Bytes SHORT = {0xFF, 0xFF, 0x81, 0x00, 0x00, 0x00, 0x00, 0x08, 0x00, 0x00};
-const Bytes REQUEST = {0x00, 0x03, 0x80, 0x01, 0x00, 0x00, 0x00, 0x08,
-                       0x00, 0x01, 0x00, 0x01, 0x01, 0x01, 0x00, 0x00};
+const Bytes ODD_ENTRIES = sdDatagram("40000000 00000011 00000000 00000000 00000000 00000000 00000000 00");
+const Bytes SHORT = hex("ffff8100 00000008 0000");
+const Bytes REQUEST = hex("00038001 00000008 00010001 01010000");
 
 TEST(VeskctlMonitorTest, DescribesEachSdEntryAndEachRefusedDatagram) {
   const std::string at = "    1.250  127.0.0.2:30490        ";
