@@ -13,6 +13,7 @@
 #include "failure_reasons.hpp"
 #include "operations.hpp"
 #include "printer.hpp"
+#include "record_fields.hpp"
 #include "result_texts.hpp"
 #include "support/log_capture.hpp"
 #include "value_parsers.hpp"
@@ -44,30 +45,29 @@ TEST(VeskctlTextTest, JsonOutputEscapesTextAndKeepsNonFiniteNumbersValid) {
             "  sensor 0x0010  getScanDatum                  FAILED  timed out\n");
 }
 
-TEST(VeskctlTextTest, EveryInterlaceModePrintsUnderItsOwnName) {
-  using Mode = types::ScanHorizontalInterlaceMode;
-  std::string names;
-  for (const Mode mode :
-       {Mode::NONE, Mode::INTERLACE_2, Mode::INTERLACE_3, Mode::INTERLACE_4, Mode::INTERLACE_8}) {
-    names += nameOf(mode) + " ";
+/// What `parse` makes of each text, "-" for a refusal, each followed by a space.
+template <typename Parse>
+std::string readings(Parse parse, const std::vector<std::string>& texts) {
+  std::ostringstream out;
+  for (const auto& text : texts) {
+    const auto value = parse(text);
+    value ? out << *value << ' ' : out << "- ";
   }
-  EXPECT_EQ(names, "NONE INTERLACE_2 INTERLACE_3 INTERLACE_4 INTERLACE_8 ");
+  return out.str();
 }
 
-TEST(VeskctlTextTest, ParsesPatternsAndDestinationsAndRefusesMalformedOnes) {
+TEST(VeskctlTextTest, ParsersReadStrictlyAndNameEveryValue) {
+  std::string names;
+  for (int mode = 0; mode <= 4; ++mode) {
+    names += nameOf(static_cast<types::ScanHorizontalInterlaceMode>(mode)) + " ";
+  }
+  EXPECT_EQ(names, "NONE INTERLACE_2 INTERLACE_3 INTERLACE_4 INTERLACE_8 ");
+
   types::ScanPattern pattern;
   std::string error;
   ASSERT_TRUE(parseScanPattern("point:-30:2.5:7,snap,minlines:16,point:1:2", pattern, error)) << error;
-  ASSERT_EQ(pattern.commands.size(), 4U);
-  const auto* point = dynamic_cast<const types::ScanPattern::PointCommand*>(pattern.commands[0].get());
-  ASSERT_NE(point, nullptr);
-  EXPECT_EQ(point->azimuth, -30.0F);
-  EXPECT_EQ(point->elevation, 2.5F);
-  EXPECT_EQ(point->attribute, 7);
-  EXPECT_EQ(pattern.commands[1]->getId(), 1);
-  const auto* lines = dynamic_cast<const types::ScanPattern::MinLinesCommand*>(pattern.commands[2].get());
-  ASSERT_NE(lines, nullptr);
-  EXPECT_EQ(lines->minLines, 16.0F);
+  const auto fields = fieldsOf(pattern);
+  EXPECT_EQ(fields.at(0).text + " " + fields.at(1).text, "4 point:-30:2.5:7,snap,minlines:16,point:1:2:0");
   for (const std::string bad :
        {"spiral", "point:1", "point:1:2:300", "minlines:x", "snap:1", "point:1:2x", "point:91:0",
         "point:0:-18.5", "point:nan:0", "minlines:inf", "point:1:2:1.5"}) {
@@ -82,54 +82,29 @@ TEST(VeskctlTextTest, ParsesPatternsAndDestinationsAndRefusesMalformedOnes) {
   }
   EXPECT_FALSE(parseScanPattern(longest, pattern, error));
   EXPECT_EQ(error, "--pattern: 89 commands, at most 88 fit into one scan pattern");
-}
 
-TEST(VeskctlTextTest, NumbersAddressesPortsAndSensorIdsAreReadStrictly) {
-  const std::vector<std::pair<std::string, std::optional<double>>> decimals{
-      {"20", 20.0},          {"-5.5", -5.5},
-      {"+.5", 0.5},          {"7.", 7.0},
-      {"1e3", std::nullopt}, {"nan", std::nullopt},
-      {"inf", std::nullopt}, {"", std::nullopt},
-      {"-", std::nullopt},   {"0x10", std::nullopt},
-      {" 1", std::nullopt},  {std::string(33, '1'), std::nullopt}};
-  for (const auto& [text, expected] : decimals) {
-    EXPECT_EQ(parseDecimal(text), expected) << text;
-  }
-
-  for (const std::string good : {"0.0.0.0", "255.255.255.255", "192.0.2.3", "192.0.2.004"}) {
-    EXPECT_EQ(parseDottedQuad(good), good);
-  }
-  for (const std::string bad : {"192.0.2", "10", "192.0.2.256", "192.0.2.4.5", "192..2.4", "192.0.2.-4",
-                                "0xC0.0.2.4", "192.0.2.4 ", "1920.0.2.4"}) {
-    EXPECT_FALSE(parseDottedQuad(bad)) << bad;
-  }
-  EXPECT_EQ(parsePort("1"), 1);
-  EXPECT_EQ(parsePort("65535"), 65535);
-  for (const std::string bad : {"0", "65536", "1e3", "-1", "+80", "80.0", "", "123456"}) {
-    EXPECT_FALSE(parsePort(bad)) << bad;
-  }
-
+  EXPECT_EQ(readings(parseDecimal, {"20", "-5.5", "+.5", "7.", "1e3", "nan", "inf", "", "-", "0x10", " 1",
+                                    std::string(33, '1')}),
+            "20 -5.5 0.5 7 - - - - - - - - ");
+  EXPECT_EQ(readings(parseDottedQuad, {"0.0.0.0", "255.255.255.255", "192.0.2.3", "192.0.2.004", "192.0.2",
+                                       "10", "192.0.2.256", "192.0.2.4.5", "192..2.4", "192.0.2.-4",
+                                       "0xC0.0.2.4", "192.0.2.4 ", "1920.0.2.4"}),
+            "0.0.0.0 255.255.255.255 192.0.2.3 192.0.2.004 - - - - - - - - - ");
+  EXPECT_EQ(readings(parsePort, {"1", "65535", "0", "65536", "1e3", "-1", "+80", "80.0", "", "123456"}),
+            "1 65535 - - - - - - - - ");
   types::DatapathDestinationInfo destination;
-  std::string error;
-  ASSERT_TRUE(parseDestination("192.0.2.3:4000", destination, error));
-  EXPECT_EQ(destination.ipAddress, "192.0.2.3");
-  EXPECT_EQ(destination.port, 4000);
-  for (const std::string bad :
-       {"192.0.2.3", "192.0.2.3:70000", "192.0.2.3:-1", "192.0.2.3:1.5", "host:80", "::1:80"}) {
-    EXPECT_FALSE(parseDestination(bad, destination, error)) << bad;
-  }
-
-  const std::vector<std::pair<std::string, std::optional<std::uint16_t>>> ids{
-      {"16", 16},           {"0x10", 0x10},           {"0X1a", 0x1A},
-      {"65534", 0xFFFE},    {"0xffff", std::nullopt}, {"65535", std::nullopt},
-      {"010", 10},          {"0x", std::nullopt},     {"0x10000", std::nullopt},
-      {"-1", std::nullopt}, {"ten", std::nullopt}};
-  for (const auto& [text, expected] : ids) {
-    EXPECT_EQ(parseSensorId(text), expected) << text;
-  }
-  EXPECT_EQ(hexReadingOf("10"), 0x10);
-  EXPECT_FALSE(hexReadingOf("0x10"));
-  EXPECT_FALSE(hexReadingOf("ffff"));
+  const auto destinationOf = [&](const std::string& text) {
+    return parseDestination(text, destination, error)
+               ? std::optional<std::string>(destination.ipAddress + ":" + std::to_string(destination.port))
+               : std::nullopt;
+  };
+  EXPECT_EQ(readings(destinationOf, {"192.0.2.3:4000", "192.0.2.3", "192.0.2.3:70000", "192.0.2.3:-1",
+                                     "192.0.2.3:1.5", "host:80", "::1:80"}),
+            "192.0.2.3:4000 - - - - - - ");
+  EXPECT_EQ(readings(parseSensorId,
+                     {"16", "0x10", "0X1a", "65534", "0xffff", "65535", "010", "0x", "0x10000", "-1", "ten"}),
+            "16 16 26 65534 - - 10 - - - - ");
+  EXPECT_EQ(readings(hexReadingOf, {"10", "0x10", "ffff"}), "16 - - ");
 }
 
 TEST(VeskctlTextTest, FailureReasonsKeepTheCallingThreadsWarningsAndErrors) {
