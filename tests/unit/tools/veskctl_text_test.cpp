@@ -125,45 +125,41 @@ TEST(VeskctlTextTest, FailureReasonsKeepTheCallingThreadsWarningsAndErrors) {
 
 TEST(VeskctlTextTest, CallResultsAreExplainedByTheTableOfTheTransportInUse) {
   using Result = kov::platform::networking::ISomeIpTransport::Result;
-  const auto someip = TransportKind::SomeIp;
-  const auto sim = TransportKind::Simulator;
-  const std::string remote = "SOME/IP transport result 0x1";
-  const std::vector<std::tuple<TransportKind, std::uint32_t, std::string>> cases{
-      {someip, 1, "SOME/IP transport result 0x1: no response within the call timeout"},
-      {someip, 3,
-       "SOME/IP transport result 0x3: no offer of the called service instance is known: never offered, "
-       "withdrawn, or its TTL ran out"},
-      {someip, 5,
-       "SOME/IP transport result 0x5: size mismatch, the response payload is not the size of the expected "
-       "record"},
-      {someip, 8,
-       "SOME/IP transport result 0x8: the service instance went away while the call waited for its response: "
-       "StopOffer, TTL expiry or a reboot of its peer"},
-      {someip, 0x100, "SOME/IP transport result 0x100: not among the SOME/IP transport's documented results"},
-      {someip, 0x101, remote + "01: the sensor answered with SOME/IP return code 0x01 E_NOT_OK"},
-      {someip, 0x105, remote + "05: the sensor answered with SOME/IP return code 0x05 E_NOT_REACHABLE"},
-      {someip, 0x10a, remote + "0a: the sensor answered with SOME/IP return code 0x0a E_WRONG_MESSAGE_TYPE"},
-      {someip, 0x10b,
-       remote + "0b: the sensor answered with SOME/IP return code 0x0b, which SOME/IP reserves"},
-      {someip, 0x120,
-       remote + "20: the sensor answered with SOME/IP return code 0x20, service specific: the sensor refused "
-                "the request"},
-      {someip, 0x15e,
-       remote + "5e: the sensor answered with SOME/IP return code 0x5e, service specific: the sensor refused "
-                "the request"},
-      {someip, 0x15f,
-       remote + "5f: the sensor answered with SOME/IP return code 0x5f, which SOME/IP reserves"},
-      {someip, 0x20, "SOME/IP transport result 0x20: not among the SOME/IP transport's documented results"},
-      {sim, 0x20,
-       "simulator result 0x20: the sensor refused a value of the request, out of its range or without a "
-       "meaning to it"},
-      {sim, 5, "simulator result 0x5: not among the simulator's documented results"},
-      {sim, 9, "simulator result 0x9: the request or response size does not match the method's record"},
-      {sim, 2, "simulator result 0x2: no available instance is known under the called address"},
-  };
-  for (const auto& [transport, code, text] : cases) {
-    EXPECT_EQ(explainCallResult(transport, static_cast<Result>(code)), text);
+  std::string texts;
+  for (const int code : {1, 3, 5, 8, 0x100, 0x101, 0x105, 0x10a, 0x10b, 0x120, 0x15e, 0x15f, 0x20}) {
+    texts += explainCallResult(TransportKind::SomeIp, static_cast<Result>(code)) + "\n";
   }
+  for (const int code : {0x20, 5, 9, 2}) {
+    texts += explainCallResult(TransportKind::Simulator, static_cast<Result>(code)) + "\n";
+  }
+  EXPECT_EQ(
+      texts,
+      "SOME/IP transport result 0x1: no response within the call timeout\n"
+      "SOME/IP transport result 0x3: no offer of the called service instance is known: never offered, "
+      "withdrawn, or its TTL ran out\n"
+      "SOME/IP transport result 0x5: size mismatch, the response payload is not the size of the "
+      "expected record\n"
+      "SOME/IP transport result 0x8: the service instance went away while the call waited for its "
+      "response: StopOffer, TTL expiry or a reboot of its peer\n"
+      "SOME/IP transport result 0x100: not among the SOME/IP transport's documented results\n"
+      "SOME/IP transport result 0x101: the sensor answered with SOME/IP return code 0x01 E_NOT_OK\n"
+      "SOME/IP transport result 0x105: the sensor answered with SOME/IP return code 0x05 E_NOT_REACHABLE\n"
+      "SOME/IP transport result 0x10a: the sensor answered with SOME/IP return code 0x0a "
+      "E_WRONG_MESSAGE_TYPE\n"
+      "SOME/IP transport result 0x10b: the sensor answered with SOME/IP return code 0x0b, which SOME/IP "
+      "reserves\n"
+      "SOME/IP transport result 0x120: the sensor answered with SOME/IP return code 0x20, service "
+      "specific: the sensor refused the request\n"
+      "SOME/IP transport result 0x15e: the sensor answered with SOME/IP return code 0x5e, service "
+      "specific: the sensor refused the request\n"
+      "SOME/IP transport result 0x15f: the sensor answered with SOME/IP return code 0x5f, which SOME/IP "
+      "reserves\n"
+      "SOME/IP transport result 0x20: not among the SOME/IP transport's documented results\n"
+      "simulator result 0x20: the sensor refused a value of the request, out of its range or without a "
+      "meaning to it\n"
+      "simulator result 0x5: not among the simulator's documented results\n"
+      "simulator result 0x9: the request or response size does not match the method's record\n"
+      "simulator result 0x2: no available instance is known under the called address\n");
 }
 
 }  // namespace
