@@ -179,6 +179,11 @@ FAULTS = [
          find="if (returnCode >= 0x01 && returnCode <= 0x0a) {", replace="if (returnCode >= 0x01 && returnCode <= 0x09) {"),
     dict(name="tool-sim-frame-rate-max", file="tools/simulator/src/simulated_sensor.cpp",
          find="settings.frameRate <= 30.0F)) {", replace="settings.frameRate <= 31.0F)) {"),
+    dict(name="tool-text-field-unquoted", file="tools/veskctl/src/printer.cpp",
+         find="const bool spaced = field.quoted && (field.text.empty() || field.text.find(' ') != std::string::npos);",
+         replace="const bool spaced = field.quoted && field.text.empty();"),
+    dict(name="tool-text-status-column", file="tools/veskctl/src/printer.cpp",
+         find='<< std::setw(8) << (ok ? "ok" : "FAILED")', replace='<< std::setw(7) << (ok ? "ok" : "FAILED")'),
     dict(name="tool-sim-mode-change-late", file="tools/simulator/src/mode_sequencer.cpp",
          find="while (nextChange_ && *nextChange_ <= now) {", replace="while (nextChange_ && *nextChange_ < now) {"),
 ]

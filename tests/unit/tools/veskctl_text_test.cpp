@@ -35,14 +35,6 @@ TEST(VeskctlTextTest, JsonOutputEscapesTextAndKeepsNonFiniteNumbersValid) {
             "\"value\":{\"rate\":20,\"bad\":\"nan\",\"inf\":\"-inf\",\"name\":\"7\"}}\n"
             "{\"type\":\"result\",\"sensor\":17,\"sensorHex\":\"0x0011\",\"operation\":\"getY\",\"ok\":false,"
             "\"value\":{},\"reason\":\"timed \\\"out\\\"\"}\n");
-
-  std::ostringstream text;
-  Printer people(text, false);
-  people.result(0x10, "setScanDatum", true, {{"elevation", "-5.5", false}, {"note", "two words", true}});
-  people.result(0x10, "getScanDatum", false, {{"elevation", "1", false}}, "timed out");
-  EXPECT_EQ(text.str(),
-            "  sensor 0x0010  setScanDatum                  ok      elevation=-5.5  note=\"two words\"\n"
-            "  sensor 0x0010  getScanDatum                  FAILED  timed out\n");
 }
 
 /// What `parse` makes of each text, "-" for a refusal, each followed by a space.
