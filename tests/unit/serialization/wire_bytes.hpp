@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "serialization/convert.hpp"
+#include "support/log_capture.hpp"
 
 namespace kov::test {
 
@@ -37,6 +39,23 @@ inline Bytes concat(std::initializer_list<Bytes> parts) {
     all.insert(all.end(), part.begin(), part.end());
   }
   return all;
+}
+
+/// What one conversion into a record did: its result, the record's bytes afterwards and the lines logged.
+using Outcome = std::tuple<bool, Bytes, Lines>;
+
+/// A refusal that logged `error` and left every byte of the record (0xAA) untouched.
+inline Outcome refused(std::size_t size, const std::string& error) {
+  return {false, Bytes(size, 0xAA), {"ERROR: " + error}};
+}
+
+/// Converts `from` into a record that starts as `initial` padded with 0xAA.
+template <typename Record, typename From>
+Outcome encode(const From& from, Bytes initial = {}) {
+  const LogCapture log;
+  auto record = recordOf<Record>(std::move(initial));
+  const bool ok = wire::convert(from, record);
+  return {ok, bytesOf(record), log.lines()};
 }
 
 }  // namespace kov::test

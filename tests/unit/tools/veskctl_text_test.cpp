@@ -13,6 +13,7 @@
 #include "failure_reasons.hpp"
 #include "operations.hpp"
 #include "printer.hpp"
+#include "record_fields.hpp"
 #include "result_texts.hpp"
 #include "support/log_capture.hpp"
 #include "value_parsers.hpp"
@@ -28,46 +29,34 @@ TEST(VeskctlTextTest, JsonOutputEscapesTextAndKeepsNonFiniteNumbersValid) {
   Printer json(out, true);
   json.result(0x10, "getX", true,
               {{"rate", "20", false}, {"bad", "nan", false}, {"inf", "-inf", false}, {"name", "7", true}});
-  json.result(0x11, "getY", false, {{"rate", "20", false}}, "timed \"out\"");
   EXPECT_EQ(out.str(),
             "{\"type\":\"result\",\"sensor\":16,\"sensorHex\":\"0x0010\",\"operation\":\"getX\",\"ok\":true,"
-            "\"value\":{\"rate\":20,\"bad\":\"nan\",\"inf\":\"-inf\",\"name\":\"7\"}}\n"
-            "{\"type\":\"result\",\"sensor\":17,\"sensorHex\":\"0x0011\",\"operation\":\"getY\",\"ok\":false,"
-            "\"value\":{},\"reason\":\"timed \\\"out\\\"\"}\n");
-
-  std::ostringstream text;
-  Printer people(text, false);
-  people.result(0x10, "setScanDatum", true, {{"elevation", "-5.5", false}, {"note", "two words", true}});
-  people.result(0x10, "getScanDatum", false, {{"elevation", "1", false}}, "timed out");
-  EXPECT_EQ(text.str(),
-            "  sensor 0x0010  setScanDatum                  ok      elevation=-5.5  note=\"two words\"\n"
-            "  sensor 0x0010  getScanDatum                  FAILED  timed out\n");
+            "\"value\":{\"rate\":20,\"bad\":\"nan\",\"inf\":\"-inf\",\"name\":\"7\"}}\n");
 }
 
-TEST(VeskctlTextTest, EveryInterlaceModePrintsUnderItsOwnName) {
-  using Mode = types::ScanHorizontalInterlaceMode;
+/// What `parse` makes of each text, "-" for a refusal, each followed by a space.
+template <typename Parse>
+std::string readings(Parse parse, const std::vector<std::string>& texts) {
+  std::ostringstream out;
+  for (const auto& text : texts) {
+    const auto value = parse(text);
+    value ? out << *value << ' ' : out << "- ";
+  }
+  return out.str();
+}
+
+TEST(VeskctlTextTest, ParsersReadStrictlyAndNameEveryValue) {
   std::string names;
-  for (const Mode mode :
-       {Mode::NONE, Mode::INTERLACE_2, Mode::INTERLACE_3, Mode::INTERLACE_4, Mode::INTERLACE_8}) {
-    names += nameOf(mode) + " ";
+  for (int mode = 0; mode <= 4; ++mode) {
+    names += nameOf(static_cast<types::ScanHorizontalInterlaceMode>(mode)) + " ";
   }
   EXPECT_EQ(names, "NONE INTERLACE_2 INTERLACE_3 INTERLACE_4 INTERLACE_8 ");
-}
 
-TEST(VeskctlTextTest, ParsesPatternsAndDestinationsAndRefusesMalformedOnes) {
   types::ScanPattern pattern;
   std::string error;
   ASSERT_TRUE(parseScanPattern("point:-30:2.5:7,snap,minlines:16,point:1:2", pattern, error)) << error;
-  ASSERT_EQ(pattern.commands.size(), 4U);
-  const auto* point = dynamic_cast<const types::ScanPattern::PointCommand*>(pattern.commands[0].get());
-  ASSERT_NE(point, nullptr);
-  EXPECT_EQ(point->azimuth, -30.0F);
-  EXPECT_EQ(point->elevation, 2.5F);
-  EXPECT_EQ(point->attribute, 7);
-  EXPECT_EQ(pattern.commands[1]->getId(), 1);
-  const auto* lines = dynamic_cast<const types::ScanPattern::MinLinesCommand*>(pattern.commands[2].get());
-  ASSERT_NE(lines, nullptr);
-  EXPECT_EQ(lines->minLines, 16.0F);
+  const auto fields = fieldsOf(pattern);
+  EXPECT_EQ(fields.at(0).text + " " + fields.at(1).text, "4 point:-30:2.5:7,snap,minlines:16,point:1:2:0");
   for (const std::string bad :
        {"spiral", "point:1", "point:1:2:300", "minlines:x", "snap:1", "point:1:2x", "point:91:0",
         "point:0:-18.5", "point:nan:0", "minlines:inf", "point:1:2:1.5"}) {
@@ -82,54 +71,29 @@ TEST(VeskctlTextTest, ParsesPatternsAndDestinationsAndRefusesMalformedOnes) {
   }
   EXPECT_FALSE(parseScanPattern(longest, pattern, error));
   EXPECT_EQ(error, "--pattern: 89 commands, at most 88 fit into one scan pattern");
-}
 
-TEST(VeskctlTextTest, NumbersAddressesPortsAndSensorIdsAreReadStrictly) {
-  const std::vector<std::pair<std::string, std::optional<double>>> decimals{
-      {"20", 20.0},          {"-5.5", -5.5},
-      {"+.5", 0.5},          {"7.", 7.0},
-      {"1e3", std::nullopt}, {"nan", std::nullopt},
-      {"inf", std::nullopt}, {"", std::nullopt},
-      {"-", std::nullopt},   {"0x10", std::nullopt},
-      {" 1", std::nullopt},  {std::string(33, '1'), std::nullopt}};
-  for (const auto& [text, expected] : decimals) {
-    EXPECT_EQ(parseDecimal(text), expected) << text;
-  }
-
-  for (const std::string good : {"0.0.0.0", "255.255.255.255", "192.0.2.3", "192.0.2.004"}) {
-    EXPECT_EQ(parseDottedQuad(good), good);
-  }
-  for (const std::string bad : {"192.0.2", "10", "192.0.2.256", "192.0.2.4.5", "192..2.4", "192.0.2.-4",
-                                "0xC0.0.2.4", "192.0.2.4 ", "1920.0.2.4"}) {
-    EXPECT_FALSE(parseDottedQuad(bad)) << bad;
-  }
-  EXPECT_EQ(parsePort("1"), 1);
-  EXPECT_EQ(parsePort("65535"), 65535);
-  for (const std::string bad : {"0", "65536", "1e3", "-1", "+80", "80.0", "", "123456"}) {
-    EXPECT_FALSE(parsePort(bad)) << bad;
-  }
-
+  EXPECT_EQ(readings(parseDecimal, {"20", "-5.5", "+.5", "7.", "1e3", "nan", "inf", "", "-", "0x10", " 1",
+                                    std::string(33, '1')}),
+            "20 -5.5 0.5 7 - - - - - - - - ");
+  EXPECT_EQ(readings(parseDottedQuad, {"0.0.0.0", "255.255.255.255", "192.0.2.3", "192.0.2.004", "192.0.2",
+                                       "10", "192.0.2.256", "192.0.2.4.5", "192..2.4", "192.0.2.-4",
+                                       "0xC0.0.2.4", "192.0.2.4 ", "1920.0.2.4"}),
+            "0.0.0.0 255.255.255.255 192.0.2.3 192.0.2.004 - - - - - - - - - ");
+  EXPECT_EQ(readings(parsePort, {"1", "65535", "0", "65536", "1e3", "-1", "+80", "80.0", "", "123456"}),
+            "1 65535 - - - - - - - - ");
   types::DatapathDestinationInfo destination;
-  std::string error;
-  ASSERT_TRUE(parseDestination("192.0.2.3:4000", destination, error));
-  EXPECT_EQ(destination.ipAddress, "192.0.2.3");
-  EXPECT_EQ(destination.port, 4000);
-  for (const std::string bad :
-       {"192.0.2.3", "192.0.2.3:70000", "192.0.2.3:-1", "192.0.2.3:1.5", "host:80", "::1:80"}) {
-    EXPECT_FALSE(parseDestination(bad, destination, error)) << bad;
-  }
-
-  const std::vector<std::pair<std::string, std::optional<std::uint16_t>>> ids{
-      {"16", 16},           {"0x10", 0x10},           {"0X1a", 0x1A},
-      {"65534", 0xFFFE},    {"0xffff", std::nullopt}, {"65535", std::nullopt},
-      {"010", 10},          {"0x", std::nullopt},     {"0x10000", std::nullopt},
-      {"-1", std::nullopt}, {"ten", std::nullopt}};
-  for (const auto& [text, expected] : ids) {
-    EXPECT_EQ(parseSensorId(text), expected) << text;
-  }
-  EXPECT_EQ(hexReadingOf("10"), 0x10);
-  EXPECT_FALSE(hexReadingOf("0x10"));
-  EXPECT_FALSE(hexReadingOf("ffff"));
+  const auto destinationOf = [&](const std::string& text) {
+    return parseDestination(text, destination, error)
+               ? std::optional<std::string>(destination.ipAddress + ":" + std::to_string(destination.port))
+               : std::nullopt;
+  };
+  EXPECT_EQ(readings(destinationOf, {"192.0.2.3:4000", "192.0.2.3", "192.0.2.3:70000", "192.0.2.3:-1",
+                                     "192.0.2.3:1.5", "host:80", "::1:80"}),
+            "192.0.2.3:4000 - - - - - - ");
+  EXPECT_EQ(readings(parseSensorId,
+                     {"16", "0x10", "0X1a", "65534", "0xffff", "65535", "010", "0x", "0x10000", "-1", "ten"}),
+            "16 16 26 65534 - - 10 - - - - ");
+  EXPECT_EQ(readings(hexReadingOf, {"10", "0x10", "ffff"}), "16 - - ");
 }
 
 TEST(VeskctlTextTest, FailureReasonsKeepTheCallingThreadsWarningsAndErrors) {
@@ -150,45 +114,41 @@ TEST(VeskctlTextTest, FailureReasonsKeepTheCallingThreadsWarningsAndErrors) {
 
 TEST(VeskctlTextTest, CallResultsAreExplainedByTheTableOfTheTransportInUse) {
   using Result = kov::platform::networking::ISomeIpTransport::Result;
-  const auto someip = TransportKind::SomeIp;
-  const auto sim = TransportKind::Simulator;
-  const std::string remote = "SOME/IP transport result 0x1";
-  const std::vector<std::tuple<TransportKind, std::uint32_t, std::string>> cases{
-      {someip, 1, "SOME/IP transport result 0x1: no response within the call timeout"},
-      {someip, 3,
-       "SOME/IP transport result 0x3: no offer of the called service instance is known: never offered, "
-       "withdrawn, or its TTL ran out"},
-      {someip, 5,
-       "SOME/IP transport result 0x5: size mismatch, the response payload is not the size of the expected "
-       "record"},
-      {someip, 8,
-       "SOME/IP transport result 0x8: the service instance went away while the call waited for its response: "
-       "StopOffer, TTL expiry or a reboot of its peer"},
-      {someip, 0x100, "SOME/IP transport result 0x100: not among the SOME/IP transport's documented results"},
-      {someip, 0x101, remote + "01: the sensor answered with SOME/IP return code 0x01 E_NOT_OK"},
-      {someip, 0x105, remote + "05: the sensor answered with SOME/IP return code 0x05 E_NOT_REACHABLE"},
-      {someip, 0x10a, remote + "0a: the sensor answered with SOME/IP return code 0x0a E_WRONG_MESSAGE_TYPE"},
-      {someip, 0x10b,
-       remote + "0b: the sensor answered with SOME/IP return code 0x0b, which SOME/IP reserves"},
-      {someip, 0x120,
-       remote + "20: the sensor answered with SOME/IP return code 0x20, service specific: the sensor refused "
-                "the request"},
-      {someip, 0x15e,
-       remote + "5e: the sensor answered with SOME/IP return code 0x5e, service specific: the sensor refused "
-                "the request"},
-      {someip, 0x15f,
-       remote + "5f: the sensor answered with SOME/IP return code 0x5f, which SOME/IP reserves"},
-      {someip, 0x20, "SOME/IP transport result 0x20: not among the SOME/IP transport's documented results"},
-      {sim, 0x20,
-       "simulator result 0x20: the sensor refused a value of the request, out of its range or without a "
-       "meaning to it"},
-      {sim, 5, "simulator result 0x5: not among the simulator's documented results"},
-      {sim, 9, "simulator result 0x9: the request or response size does not match the method's record"},
-      {sim, 2, "simulator result 0x2: no available instance is known under the called address"},
-  };
-  for (const auto& [transport, code, text] : cases) {
-    EXPECT_EQ(explainCallResult(transport, static_cast<Result>(code)), text);
+  std::string texts;
+  for (const int code : {1, 3, 5, 8, 0x100, 0x101, 0x105, 0x10a, 0x10b, 0x120, 0x15e, 0x15f, 0x20}) {
+    texts += explainCallResult(TransportKind::SomeIp, static_cast<Result>(code)) + "\n";
   }
+  for (const int code : {0x20, 5, 9, 2}) {
+    texts += explainCallResult(TransportKind::Simulator, static_cast<Result>(code)) + "\n";
+  }
+  EXPECT_EQ(
+      texts,
+      "SOME/IP transport result 0x1: no response within the call timeout\n"
+      "SOME/IP transport result 0x3: no offer of the called service instance is known: never offered, "
+      "withdrawn, or its TTL ran out\n"
+      "SOME/IP transport result 0x5: size mismatch, the response payload is not the size of the "
+      "expected record\n"
+      "SOME/IP transport result 0x8: the service instance went away while the call waited for its "
+      "response: StopOffer, TTL expiry or a reboot of its peer\n"
+      "SOME/IP transport result 0x100: not among the SOME/IP transport's documented results\n"
+      "SOME/IP transport result 0x101: the sensor answered with SOME/IP return code 0x01 E_NOT_OK\n"
+      "SOME/IP transport result 0x105: the sensor answered with SOME/IP return code 0x05 E_NOT_REACHABLE\n"
+      "SOME/IP transport result 0x10a: the sensor answered with SOME/IP return code 0x0a "
+      "E_WRONG_MESSAGE_TYPE\n"
+      "SOME/IP transport result 0x10b: the sensor answered with SOME/IP return code 0x0b, which SOME/IP "
+      "reserves\n"
+      "SOME/IP transport result 0x120: the sensor answered with SOME/IP return code 0x20, service "
+      "specific: the sensor refused the request\n"
+      "SOME/IP transport result 0x15e: the sensor answered with SOME/IP return code 0x5e, service "
+      "specific: the sensor refused the request\n"
+      "SOME/IP transport result 0x15f: the sensor answered with SOME/IP return code 0x5f, which SOME/IP "
+      "reserves\n"
+      "SOME/IP transport result 0x20: not among the SOME/IP transport's documented results\n"
+      "simulator result 0x20: the sensor refused a value of the request, out of its range or without a "
+      "meaning to it\n"
+      "simulator result 0x5: not among the simulator's documented results\n"
+      "simulator result 0x9: the request or response size does not match the method's record\n"
+      "simulator result 0x2: no available instance is known under the called address\n");
 }
 
 }  // namespace
