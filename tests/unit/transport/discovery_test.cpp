@@ -168,13 +168,11 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   EXPECT_EQ(client.instanceAt(ENDPOINT_A, 0x1234), std::optional<std::uint16_t>(0x0010));
   EXPECT_EQ(client.instanceAt(ENDPOINT_A, 0x4321), std::nullopt);
 
-  // Offers that cannot be used change nothing: TCP only, the wildcard instance, an endpoint that is
-  // no unicast participant.
+  // Offers that cannot be used change nothing: TCP only, the wildcard instance, a multicast endpoint
+  // (the other unusable endpoints are refused by the same check on the server side: wiring_test.cpp).
   offer(T0, PEER_A, offerEntry(SERVICE_11, 3, ENDPOINT_A, L4_PROTOCOL_TCP));
   offer(T0, PEER_A, offerEntry({0x1234, 0xFFFF}, 3, ENDPOINT_A));
-  for (const Endpoint& unusable : {Endpoint{0, 30501}, Endpoint{PEER_A, 0}, Endpoint{0xEF000001, 30501}}) {
-    offer(T0, PEER_A, offerEntry(SERVICE_11, 3, unusable));
-  }
+  offer(T0, PEER_A, offerEntry(SERVICE_11, 3, {0xEF000001, 30501}));
   // A repeated offer renews the TTL without a change.
   offer(T0 + 2s, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A));
   client.poll(T0 + 5s - 1ms, out, changes);
