@@ -201,6 +201,10 @@ FAULTS = [
          find="    find->second.finish();\n", replace=""),
     dict(name="tr-offer-before-find-stops-finding", file="transport/src/discovery_client.cpp",
          find="find != finds_.end() && find->second.anySent()", replace="find != finds_.end()"),
+    dict(name="tr-usable-unicast-port-zero", file="transport/src/sd_outbox.hpp",
+         find="!multicastOrReserved && option.port != 0;", replace="!multicastOrReserved;"),
+    dict(name="tr-offer-endpoint-unchecked", file="transport/src/discovery_client.cpp",
+         find="if (endpoint == nullptr || !isUsableUnicast(*endpoint)) {", replace="if (endpoint == nullptr) {"),
 
     # --- tools: veskctl, simulator ---
     dict(name="tool-port-zero-accepted", file="tools/veskctl/src/value_parsers.cpp",

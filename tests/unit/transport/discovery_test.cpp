@@ -1,4 +1,5 @@
-// Service discovery state machines driven with a fake clock: time points are made up, nothing sleeps.
+// Service discovery and event group subscription state machines driven with a fake clock: time points
+// are made up, nothing sleeps.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -9,8 +10,10 @@
 
 #include "discovery_client.hpp"
 #include "discovery_server.hpp"
+#include "event_subscriptions.hpp"
 #include "sd_entries.hpp"
 #include "sd_session.hpp"
+#include "support/log_capture.hpp"
 
 namespace {
 
@@ -28,6 +31,11 @@ constexpr std::uint32_t PEER_B = 0x7F000003;
 const Address SERVICE_10{0x1234, 0x0010};
 const Address SERVICE_11{0x1234, 0x0011};
 const Endpoint ENDPOINT_A{PEER_A, 30501};
+const Endpoint OWN{0x7F000001, 40001};
+const std::string NACK_LOG =
+    "Subscription to event group 0x1 of service [0x1234,0x10] was refused (SubscribeEventgroupNack)";
+const std::string NO_ACK_LOG =
+    "Subscription to event group 0x1 of service [0x1234,0x10] was not acknowledged within 1000 ms";
 
 TransportOptions testOptions() {
   TransportOptions options;
@@ -38,6 +46,8 @@ TransportOptions testOptions() {
   options.offerTtlSeconds = 3;
   options.serviceMajorVersion = 1;  // of the instances a server offers
   options.serviceMinorVersion = 7;
+  options.subscriptionTtlSeconds = 4;
+  options.ackTimeout = 1000ms;
   return options;
 }
 
@@ -55,6 +65,20 @@ std::string text(const Changes& changes) {
     all += (change.available ? "+" : "-") + std::to_string(change.address.instanceId) + " ";
   }
   return all;
+}
+
+/// What was sent, as one comparable value: multicast or the peer, and every field of each entry.
+auto sentOf(const SdOutbox& out) {
+  std::vector<std::tuple<bool, std::uint32_t, decltype(fieldsOf(SdEntry{}))>> all;
+  for (const auto& sent : out) {
+    all.emplace_back(sent.multicast, sent.peerIp, fieldsOf(sent.entry));
+  }
+  return all;
+}
+
+/// The server's own offer of instance 0x1234/`instance` at ENDPOINT_A.
+SdEntry ownOffer(std::uint16_t instance, std::uint32_t ttl) {
+  return sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, instance, 1, ttl, 7, 0, 0, {udpOption(ENDPOINT_A)});
 }
 
 /// Polls at each millisecond offset from T0 and returns the offsets at which something was sent.
@@ -89,12 +113,9 @@ TEST(DiscoveryClient, FindsAfterTheInitialWaitWithDoublingRepetitionsUntilOffere
   std::vector<SdOutgoing> sent;
   EXPECT_EQ(sendTimes(client, T0, 3000ms, &sent), (std::vector<long>{50, 80, 140, 260}));
   EXPECT_EQ(client.nextDeadline(), Clock::time_point::max());
-  ASSERT_EQ(sent.size(), 4U);
-  for (const auto& find : sent) {
-    EXPECT_TRUE(find.multicast);
-    EXPECT_EQ(fieldsOf(find.entry),
-              fieldsOf(sdEntry(SdEntryType::FIND_SERVICE, 0x1234, 0xFFFF, 0xFF, 3, 0xFFFFFFFF)));
-  }
+  EXPECT_EQ(sentOf(sent),
+            sentOf(SdOutbox(
+                4, {true, 0, sdEntry(SdEntryType::FIND_SERVICE, 0x1234, 0xFFFF, 0xFF, 3, 0xFFFFFFFF)})));
 
   // A required major version is asked for, and offers of other majors are ignored.
   TransportOptions strict = testOptions();
@@ -102,10 +123,10 @@ TEST(DiscoveryClient, FindsAfterTheInitialWaitWithDoublingRepetitionsUntilOffere
   DiscoveryClient strictClient(strict, fixedInitialDelay);
   strictClient.requestService(0x1234, T0);
   SdOutbox out;
+  EXPECT_EQ(sendTimes(strictClient, T0, 50ms, &out), std::vector<long>{50});
+  EXPECT_EQ(sentOf(out),
+            sentOf({{true, 0, sdEntry(SdEntryType::FIND_SERVICE, 0x1234, 0xFFFF, 2, 3, 0xFFFFFFFF)}}));
   Changes changes;
-  strictClient.poll(T0 + 50ms, out, changes);
-  ASSERT_EQ(out.size(), 1U);
-  EXPECT_EQ(out[0].entry.majorVersion, 2);
   strictClient.onOfferEntry(T0, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A, L4_PROTOCOL_UDP, 1), changes);
   strictClient.onOfferEntry(T0, PEER_A, offerEntry(SERVICE_11, 3, ENDPOINT_A, L4_PROTOCOL_UDP, 2), changes);
   EXPECT_EQ(text(changes), "+17 ");
@@ -147,13 +168,11 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   EXPECT_EQ(client.instanceAt(ENDPOINT_A, 0x1234), std::optional<std::uint16_t>(0x0010));
   EXPECT_EQ(client.instanceAt(ENDPOINT_A, 0x4321), std::nullopt);
 
-  // Offers that cannot be used change nothing: TCP only, the wildcard instance, an endpoint that is
-  // no unicast participant.
+  // Offers that cannot be used change nothing: TCP only, the wildcard instance, a multicast endpoint
+  // (the other unusable endpoints are refused by the same check on the server side: wiring_test.cpp).
   offer(T0, PEER_A, offerEntry(SERVICE_11, 3, ENDPOINT_A, L4_PROTOCOL_TCP));
   offer(T0, PEER_A, offerEntry({0x1234, 0xFFFF}, 3, ENDPOINT_A));
-  for (const Endpoint& unusable : {Endpoint{0, 30501}, Endpoint{PEER_A, 0}, Endpoint{0xEF000001, 30501}}) {
-    offer(T0, PEER_A, offerEntry(SERVICE_11, 3, unusable));
-  }
+  offer(T0, PEER_A, offerEntry(SERVICE_11, 3, {0xEF000001, 30501}));
   // A repeated offer renews the TTL without a change.
   offer(T0 + 2s, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A));
   client.poll(T0 + 5s - 1ms, out, changes);
@@ -230,9 +249,7 @@ TEST(RebootDetector, SessionGoingBackOrFlagComingBackIsARebootPerPeerAndChannel)
 TEST(SdSessionCounter, StartsAtOneWithTheRebootFlagUntilTheFirstWrap) {
   SdSessionCounter counter;
   for (std::uint32_t expected = 1; expected <= 0xFFFF; ++expected) {
-    const auto [session, reboot] = counter.next();
-    ASSERT_EQ(session, expected);
-    ASSERT_TRUE(reboot) << expected;
+    ASSERT_EQ(counter.next(), std::make_pair(static_cast<std::uint16_t>(expected), true));
   }
   EXPECT_EQ(counter.next(), std::make_pair(std::uint16_t{1}, false));
   EXPECT_EQ(counter.next(), std::make_pair(std::uint16_t{2}, false));
@@ -246,12 +263,7 @@ TEST(DiscoveryServer, OffersAnswersFindsAndAcknowledgesExpiresAndStopsSubscriber
   EXPECT_EQ(server.nextDeadline(), T0 + 50ms);
   std::vector<SdOutgoing> sent;
   EXPECT_EQ(sendTimes(server, T0, 3300ms, &sent), (std::vector<long>{50, 80, 140, 260, 1260, 2260, 3260}));
-  ASSERT_EQ(sent.size(), 7U);
-  for (const auto& offer : sent) {
-    EXPECT_TRUE(offer.multicast);
-    EXPECT_EQ(fieldsOf(offer.entry), fieldsOf(sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, 0x0010, 1, 3, 7, 0,
-                                                      0, {udpOption(ENDPOINT_A)})));
-  }
+  EXPECT_EQ(sentOf(sent), sentOf(SdOutbox(7, {true, 0, ownOffer(0x10, 3)})));
 
   // Finds are answered to the peer that sent them, with each matching instance.
   ASSERT_TRUE(server.offer(SERVICE_11, ENDPOINT_A, T0));
@@ -270,16 +282,11 @@ TEST(DiscoveryServer, OffersAnswersFindsAndAcknowledgesExpiresAndStopsSubscriber
   for (const auto& [name, service, instance, major, minor, instances] : finds) {
     SdOutbox out;
     server.onFindEntry(sdEntry(SdEntryType::FIND_SERVICE, service, instance, major, 3, minor), PEER_B, out);
-    std::vector<std::uint16_t> answered;
-    for (const auto& answer : out) {
-      EXPECT_TRUE(!answer.multicast && answer.peerIp == PEER_B) << name;
-      EXPECT_EQ(fieldsOf(answer.entry),
-                fieldsOf(sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, answer.entry.instanceId, 1, 3, 7, 0, 0,
-                                 {udpOption(ENDPOINT_A)})))
-          << name;
-      answered.push_back(answer.entry.instanceId);
+    SdOutbox answers;
+    for (const std::uint16_t answered : instances) {
+      answers.push_back({false, PEER_B, ownOffer(answered, 3)});
     }
-    EXPECT_EQ(answered, instances) << name;
+    EXPECT_EQ(sentOf(out), sentOf(answers)) << name;
   }
 
   // StopOffer withdraws the instance at once (TTL 0, multicast); stopAll withdraws the rest.
@@ -287,10 +294,7 @@ TEST(DiscoveryServer, OffersAnswersFindsAndAcknowledgesExpiresAndStopsSubscriber
   SdOutbox out;
   EXPECT_TRUE(server.stopOffer(SERVICE_10, out));
   EXPECT_FALSE(server.stopOffer(SERVICE_10, out));
-  ASSERT_EQ(out.size(), 1U);
-  EXPECT_TRUE(out[0].multicast);
-  EXPECT_EQ(fieldsOf(out[0].entry), fieldsOf(sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, 0x0010, 1, 0, 7, 0,
-                                                     0, {udpOption(ENDPOINT_A)})));
+  EXPECT_EQ(sentOf(out), sentOf({{true, 0, ownOffer(0x10, 0)}}));
   EXPECT_FALSE(server.isOffered(SERVICE_10));
   out.clear();
   server.stopAll(out);
@@ -323,11 +327,9 @@ TEST(DiscoveryServer, OffersAnswersFindsAndAcknowledgesExpiresAndStopsSubscriber
   for (const auto& [name, entry, at, answerTtl] : cases) {
     SdOutbox out;
     server.onSubscribeEntry(at, PEER_B, entry, out, joined);
-    ASSERT_EQ(out.size(), 1U) << name;
-    EXPECT_TRUE(!out[0].multicast && out[0].peerIp == PEER_B) << name;
-    EXPECT_EQ(fieldsOf(out[0].entry), fieldsOf(sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234,
-                                                       entry.instanceId, 1, answerTtl, 0, 1, 2)))
-        << name;
+    const SdEntry ack =
+        sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234, entry.instanceId, 1, answerTtl, 0, 1, 2);
+    EXPECT_EQ(sentOf(out), sentOf({{false, PEER_B, ack}})) << name;
   }
   // Only the two new endpoints join (the renewal does not).
   ASSERT_EQ(joined.size(), 2U);
@@ -361,6 +363,126 @@ TEST(DiscoveryServer, OffersAnswersFindsAndAcknowledgesExpiresAndStopsSubscriber
   // A StopOffer drops the instance's subscribers.
   server.stopOffer(SERVICE_10, out);
   EXPECT_TRUE(server.subscribers(SERVICE_10, {1}).empty());
+}
+
+RemoteOffer offerFrom(std::uint32_t peer, std::uint8_t major = 1) {
+  return RemoteOffer{peer, Endpoint{peer, 30501}, major, T0 + 3s};
+}
+
+SdEntry answer(const Address& address, std::uint16_t eventgroup, std::uint32_t ttl, std::uint8_t major = 1) {
+  return sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, address.serviceId, address.instanceId, major, ttl, 0,
+                 eventgroup);
+}
+
+/// Checks that `out` holds exactly `count` (Stop)SubscribeEventgroup of `address`, event group 1, to
+/// `peer`, and empties it for the next step.
+void expectSubscribe(SdOutbox& out, const Address& address, std::uint32_t peer, std::uint32_t ttl,
+                     std::uint8_t major = 1, std::size_t count = 1) {
+  const SdEntry subscribe = sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, address.serviceId, address.instanceId,
+                                    major, ttl, 0, 1, 0, {udpOption(OWN)});
+  EXPECT_EQ(sentOf(out), sentOf(SdOutbox(count, {false, peer, subscribe})));
+  out.clear();
+}
+
+TEST(EventSubscriptions, SubscribeAckNackRenewResubscribeAndRemove) {
+  kov::test::LogCapture log;
+  const TransportOptions options = testOptions();
+  EventSubscriptions subscriptions(options, OWN);
+  SdOutbox out;
+  subscriptions.add(T0, SERVICE_10, 1, offerFrom(PEER_A), out);
+  expectSubscribe(out, SERVICE_10, PEER_A, 4);  // offered already: sent at once
+
+  // Answers that are not for this subscription are ignored.
+  subscriptions.onAckEntry(PEER_B, answer(SERVICE_10, 1, 4));  // another peer
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 2, 4));  // another event group
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_11, 1, 4));  // another instance
+  EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
+
+  // No Ack within the timeout: one line, also after the renewal goes unanswered too.
+  subscriptions.poll(T0 + 999ms, out);
+  EXPECT_EQ(log.count("WARN", NO_ACK_LOG), 0U);
+  EXPECT_EQ(sendTimes(subscriptions, T0 + 1000ms, 3000ms), (std::vector<long>{1000, 3000}));  // renewals
+  EXPECT_EQ(log.count("WARN", NO_ACK_LOG), 1U);
+  EXPECT_EQ(log.lines().size(), 1U);
+
+  // A Nack: one line however often it comes; the subscription is retried at the next renewal.
+  log.clear();
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4));
+  EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 0));
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 0));
+  EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
+  subscriptions.poll(T0 + 6000ms, out);
+  expectSubscribe(out, SERVICE_10, PEER_A, 4);
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 0));
+  EXPECT_EQ(log.count("WARN", NACK_LOG), 1U);
+  EXPECT_EQ(log.lines().size(), 1U);
+  // After an Ack, a later refusal is a new problem and is logged again.
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4));
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 0));
+  EXPECT_EQ(log.count("WARN", NACK_LOG), 2U);
+  log.clear();
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4));
+
+  // The offer goes away: nothing is renewed, a late Ack changes nothing; the next offer subscribes again.
+  subscriptions.onOfferGone(SERVICE_10);
+  EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
+  EXPECT_EQ(subscriptions.nextDeadline(), Clock::time_point::max());
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4));
+  EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
+  subscriptions.poll(T0 + 1h, out);
+  EXPECT_TRUE(out.empty());
+  subscriptions.onOffer(T0 + 1h, SERVICE_10, offerFrom(PEER_A), out);
+  expectSubscribe(out, SERVICE_10, PEER_A, 4);
+
+  // Offered by another peer while subscribed: subscribes there.
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4));
+  subscriptions.onOffer(T0 + 1h, SERVICE_10, offerFrom(PEER_B), out);
+  expectSubscribe(out, SERVICE_10, PEER_B, 4);
+  EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
+
+  // remove: StopSubscribe (TTL 0) to the peer; a subscription never sent is dropped silently.
+  EXPECT_TRUE(subscriptions.remove(SERVICE_10, out));
+  expectSubscribe(out, SERVICE_10, PEER_B, 0);
+  EXPECT_FALSE(subscriptions.remove(SERVICE_10, out));
+  subscriptions.add(T0 + 1h, SERVICE_10, 1, std::nullopt, out);
+  EXPECT_TRUE(subscriptions.remove(SERVICE_10, out));
+  EXPECT_TRUE(out.empty());
+  subscriptions.onOffer(T0 + 1h, SERVICE_10, offerFrom(PEER_A), out);  // forgotten: nothing
+  EXPECT_TRUE(out.empty());
+
+  // Added while offered: sent at once. removeAll: StopSubscribe for each one that was sent.
+  subscriptions.add(T0, SERVICE_10, 1, offerFrom(PEER_A), out);
+  expectSubscribe(out, SERVICE_10, PEER_A, 4);
+  subscriptions.add(T0, SERVICE_11, 1, std::nullopt, out);
+  subscriptions.removeAll(out);
+  expectSubscribe(out, SERVICE_10, PEER_A, 0);
+  EXPECT_EQ(subscriptions.nextDeadline(), Clock::time_point::max());
+
+  // A new subscription, later on.
+  const Clock::time_point T1 = T0 + 2h;
+  subscriptions.add(T1, SERVICE_10, 1, std::nullopt, out);  // not offered yet: waits
+  EXPECT_TRUE(out.empty());
+  EXPECT_EQ(subscriptions.nextDeadline(), Clock::time_point::max());
+  subscriptions.poll(T1 + 1h, out);
+  EXPECT_TRUE(out.empty());
+
+  subscriptions.onOffer(T1 + 10ms, SERVICE_10, offerFrom(PEER_A, 3), out);
+  expectSubscribe(out, SERVICE_10, PEER_A, 4, 3);
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4, 1));  // another major version: no Ack
+  EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
+  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4, 3));
+  EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));
+
+  // Renewed at half the TTL, and again half a TTL after that; the same offer seen again sends nothing.
+  subscriptions.onOffer(T1 + 20ms, SERVICE_10, offerFrom(PEER_A, 3), out);
+  EXPECT_TRUE(out.empty());
+  EXPECT_EQ(subscriptions.nextDeadline(), T1 + 2010ms);
+  EXPECT_EQ(sendTimes(subscriptions, T1, 4010ms, &out), (std::vector<long>{2010, 4010}));
+  expectSubscribe(out, SERVICE_10, PEER_A, 4, 3, 2);
+  EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));  // acknowledged stays while renewing
+
+  EXPECT_TRUE(log.lines().empty());
 }
 
 }  // namespace
