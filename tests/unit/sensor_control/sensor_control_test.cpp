@@ -78,8 +78,27 @@ class SensorControlTest : public ::testing::Test {
   std::shared_ptr<vesk::ISensorControl::Subscription> subscription;
 };
 
-TEST_F(SensorControlTest, LifecycleCallsAndFailedStops) {
+TEST_F(SensorControlTest, LifecycleCallsRefusedTransitionsAndFailures) {
   EXPECT_EQ(serviceSet, (ServiceSet{2, 3, 4}));
+  step(control->stop(), true, {}, {"WARN: SensorControl already stopped - ignoring stop"});
+  transport->failing = {subscribe[0]};
+  step(control->start(), false, subscribe,
+       {"ERROR: SensorControl unable to subscribe to service availability updates"});
+  step(control->shutdown(), true, {"disconnect"});  // nothing registered, nothing to withdraw
+  transport->failing = {requests[1]};
+  for (int attempt = 0; attempt < 2; ++attempt) {  // still stopped: the second start tries again
+    step(control->start(), false, subscribe + requests + releases,
+         {"ERROR: failed to request service with id 0x" + std::to_string(ids[1]),
+          "ERROR: SensorControl unable to request all services - releasing all"});
+  }
+  step(control->shutdown(), true, {"unsubscribeAvailability", "disconnect"});
+  EXPECT_FALSE(transport->reportAvailability({2, 1}, true));
+  transport->failing = {"connect"};
+  for (const auto result : {static_cast<Result>(7), Result::Timeout}) {
+    transport->failure = result;
+    step(control->init(), false, {"connect"}, {"ERROR: SensorControl cannot connect"});
+  }
+  transport->failing.clear();
   step(control->init(), true, {"connect"});
   step(control->start(), true, subscribe + requests);
   transport->failing = {releases[0]};
@@ -100,30 +119,6 @@ TEST_F(SensorControlTest, LifecycleCallsAndFailedStops) {
   step(control->shutdown(), true, {"disconnect"});
   control.reset();
   EXPECT_EQ(transport->takeCalls(), Strings{"disconnect"}) << "the destructor disconnects once more";
-}
-
-TEST_F(SensorControlTest, RefusedTransitionsAndFailedStarts) {
-  step(control->stop(), true, {}, {"WARN: SensorControl already stopped - ignoring stop"});
-  transport->failing = {subscribe[0]};
-  step(control->start(), false, subscribe,
-       {"ERROR: SensorControl unable to subscribe to service availability updates"});
-  step(control->shutdown(), true, {"disconnect"});  // nothing registered, nothing to withdraw
-  transport->failing = {requests[1]};
-  for (int attempt = 0; attempt < 2; ++attempt) {  // still stopped: the second start tries again
-    step(control->start(), false, subscribe + requests + releases,
-         {"ERROR: failed to request service with id 0x" + std::to_string(ids[1]),
-          "ERROR: SensorControl unable to request all services - releasing all"});
-  }
-  step(control->shutdown(), true, {"unsubscribeAvailability", "disconnect"});
-  EXPECT_FALSE(transport->reportAvailability({2, 1}, true));
-  transport->failing = {"connect"};
-  for (const auto result : {static_cast<Result>(7), Result::Timeout}) {
-    transport->failure = result;
-    step(control->init(), false, {"connect"}, {"ERROR: SensorControl cannot connect"});
-  }
-  transport->failing.clear();
-  step(control->start(), true, subscribe + requests);
-  step(control->start(), false, {}, {"WARN: SensorControl already started - ignoring restart"});
 }
 
 TEST_F(SensorControlTest, StopMarksClientsUnavailableFirstAndShutdownDropsThem) {
