@@ -85,10 +85,8 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
         if (auto* methods = dynamic_cast<vesk::ISensorControl::IClientA*>(client.get())) {
           vesk::types::DesiredScanSettings settings{};
           vesk::types::SensorHealthStatus health{};
-          vesk::types::ScanDatum datum{};
           static_cast<void>(client->getServiceAvailability());
           static_cast<void>(methods->getDesiredScanSettings(settings));
-          methods->copyEvent(datum);
           methods->copyEvent(health);
         }
       });
