@@ -159,6 +159,12 @@ FAULTS = [
     dict(name="sc-stop-second-pass-dropped", file="src/units/sensor_control/src/sensor_control.cpp",
          find="  closeAvailabilityHandler();\n  markAllUnavailable();\n  started_ = false;",
          replace="  closeAvailabilityHandler();\n  started_ = false;"),
+    dict(name="sc-availability-forced-true", file="src/units/sensor_control/src/sensor_control.cpp",
+         find="static_cast<void>(client->setAvailable(address, available));",
+         replace="static_cast<void>(client->setAvailable(address, true));"),
+    dict(name="sc-availability-legacy-address", file="src/units/sensor_control/src/sensor_control.cpp",
+         find="static_cast<void>(client->setAvailable(address, available));",
+         replace="static_cast<void>(client->setAvailable({address.serviceId, address.serviceId}, available));"),
     dict(name="sc-legacy-client-not-cached", file="src/units/sensor_control/src/sensor_control.cpp",
          find="      legacyClient_ = entry.second;\n      return legacyClient_;", replace="      return entry.second;",
          why="the scan finds the same client again; the two differ only if a report arrives while a new client "

@@ -173,10 +173,6 @@ TEST_F(SensorControlTest, ReportsMakeOneClientPerSensorAndAnnounceEachReport) {
                                            {made[2], {2}},    {made[2], {3}},    {made[2], {4}},
                                            {made[0x10], {3}}, {made[0x40], {4}}};
   EXPECT_EQ(announced, expected);
-  EXPECT_EQ(made[0x10]->getServiceAddresses(), (std::unordered_set<Address>{{3, 0x10}, {4, 0x10}}));
-  EXPECT_FALSE(made[0x10]->hasAvailableService());
-  EXPECT_EQ(made[2]->getServiceAvailability(),
-            (std::unordered_map<std::uint16_t, bool>{{2, true}, {3, true}, {4, false}}));
 }
 
 TEST_F(SensorControlTest, AReportOfAnotherSensorFromInsideSubscribeEventsCompletes) {
