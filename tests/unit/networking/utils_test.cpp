@@ -42,23 +42,23 @@ TEST(ByteOrder, BigEndianOnTheWireAndExactInversesBitForBit) {
 TEST(Address, TextAndSocketAddressesKeepNetworkOrderAndLogFailuresOnce) {
   kov::test::LogCapture log;
   std::uint32_t ip = 0;
-  ASSERT_TRUE(net::stringToIPAddress("192.168.1.10", ip));
-  EXPECT_EQ(bytesOf(ip), (Bytes{192, 168, 1, 10}));
+  ASSERT_TRUE(net::stringToIPAddress("192.0.2.10", ip));
+  EXPECT_EQ(bytesOf(ip), (Bytes{192, 0, 2, 10}));
   ASSERT_TRUE(net::stringToIPAddress("10.1", ip));  // short form
   EXPECT_EQ(net::ipAddressToString(ip), "10.0.0.1");
   // getBroadcast parses strictly: a short form is refused and the host given back.
-  EXPECT_EQ(net::getBroadcast("192.168.1.10", "255.255.255.0"), "192.168.1.255");
-  EXPECT_EQ(net::getBroadcast("192.168.1.10", "255.255.255.255"), "192.168.1.10");
+  EXPECT_EQ(net::getBroadcast("192.0.2.10", "255.255.255.0"), "192.0.2.255");
+  EXPECT_EQ(net::getBroadcast("192.0.2.10", "255.255.255.255"), "192.0.2.10");
   EXPECT_EQ(net::getBroadcast("10.20.30.40", "255.240.0.0"), "10.31.255.255");
-  EXPECT_EQ(net::getBroadcast("192.168.1.10", "255.255.255"), "192.168.1.10");
+  EXPECT_EQ(net::getBroadcast("192.0.2.10", "255.255.255"), "192.0.2.10");
   EXPECT_EQ(net::getBroadcast("10.1", "255.0.0.0"), "10.1");
-  sockaddr_in v4{AF_INET, htons(30490), {inet_addr("192.168.1.10")}, {}};
+  sockaddr_in v4{AF_INET, htons(30490), {inet_addr("192.0.2.10")}, {}};
   sockaddr_in6 v6{AF_INET6, htons(65535), 0, {}, 0};
   ASSERT_EQ(inet_pton(AF_INET6, "fe80::1", &v6.sin6_addr), 1);
   const sockaddr_un local{AF_UNIX, {}};
   const auto as = [](const auto& address) { return reinterpret_cast<const sockaddr*>(&address); };
   std::uint16_t port = 0;
-  EXPECT_EQ(net::sockAddrToString(as(v4), port), "192.168.1.10");
+  EXPECT_EQ(net::sockAddrToString(as(v4), port), "192.0.2.10");
   EXPECT_EQ(port, 30490);
   EXPECT_EQ(net::sockAddrToString(as(v6), port), "fe80::1");
   EXPECT_EQ(port, 65535);
@@ -66,7 +66,7 @@ TEST(Address, TextAndSocketAddressesKeepNetworkOrderAndLogFailuresOnce) {
 
   // Refusals keep their outputs.
   errno = 0;
-  EXPECT_FALSE(net::stringToIPAddress("", ip) || net::stringToIPAddress("300.1.1.1", ip));
+  EXPECT_FALSE(net::stringToIPAddress("", ip) || net::stringToIPAddress("192.0.2.300", ip));
   EXPECT_EQ(net::ipAddressToString(ip), "10.0.0.1");
   EXPECT_EQ(net::sockAddrToString(as(local), port) + net::sockAddrToString(as(local)), "");
   EXPECT_TRUE(port == 65535 && net::getSourcePort(*as(local)) == 0);
@@ -77,7 +77,7 @@ TEST(Address, TextAndSocketAddressesKeepNetworkOrderAndLogFailuresOnce) {
       "address";
   EXPECT_EQ(log.lines(),
             (Lines{broadcast, broadcast, "ERROR: stringToIPAddress - address is empty",
-                   "ERROR: stringToIPAddress - failed to convert IPv4 address (300.1.1.1) to encoded "
+                   "ERROR: stringToIPAddress - failed to convert IPv4 address (192.0.2.300) to encoded "
                    "format; error message: Success",
                    family, family, "ERROR: getSourcePort error: Unknown address family: 1"}));
 
@@ -86,7 +86,7 @@ TEST(Address, TextAndSocketAddressesKeepNetworkOrderAndLogFailuresOnce) {
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&] {
       for (int i = 0; i < 500; ++i)
-        EXPECT_EQ(net::sockAddrToString(as(v4)), "192.168.1.10");
+        EXPECT_EQ(net::sockAddrToString(as(v4)), "192.0.2.10");
     });
   }
   for (auto& thread : threads)

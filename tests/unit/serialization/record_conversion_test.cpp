@@ -108,11 +108,11 @@ TEST(RecordConversion, BytesBoundsAndPartialWrites) {
     EXPECT_EQ(encode<wire::ScanDatum>(types::ScanDatum{degrees}),
               refused(4, "Scan datum elevation = " + std::string(text) + " degrees: out of range [-18;10]"));
   }
-  EXPECT_EQ(encode<wire::DatapathDestinationInfo>(types::DatapathDestinationInfo{"192.168.1.10", 30000}),
-            (Outcome{true, {0x75, 0x30, 0xC0, 0xA8, 0x01, 0x0A}, {}}));
+  EXPECT_EQ(encode<wire::DatapathDestinationInfo>(types::DatapathDestinationInfo{"192.0.2.10", 30000}),
+            (Outcome{true, {0x75, 0x30, 0xC0, 0x00, 0x02, 0x0A}, {}}));
   types::DatapathDestinationInfo out{"previous", 1};
-  ASSERT_TRUE(convert(recordOf<wire::DatapathDestinationInfo>({0xFF, 0xFE, 10, 0, 0, 2}), out));
-  EXPECT_TRUE(out.ipAddress == "10.0.0.2" && out.port == 0xFFFE);
+  ASSERT_TRUE(convert(recordOf<wire::DatapathDestinationInfo>({0xFF, 0xFE, 192, 0, 2, 2}), out));
+  EXPECT_TRUE(out.ipAddress == "192.0.2.2" && out.port == 0xFFFE);
   const auto [ok, bytes, lines] =
       encode<wire::DatapathDestinationInfo>(types::DatapathDestinationInfo{"sensor.local", 80});
   EXPECT_TRUE(!ok && bytes == Bytes(6, 0xAA));
