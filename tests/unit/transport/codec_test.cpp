@@ -18,22 +18,25 @@ using kov::test::wire::concat;
 
 constexpr std::size_t UNTOUCHED = 0xC0FFEE;
 
-MessageHeader headerOf(std::uint16_t service, std::uint16_t method, std::uint16_t client,
-                       std::uint16_t session, std::uint8_t interfaceVersion, MessageType type,
-                       ReturnCode code) {
-  // appendMessage computes the length itself.
-  return {service, method, 0xDEADBEEF, client, session, PROTOCOL_VERSION, interfaceVersion, type, code};
-}
-
 TEST(SomeIpHeader, EncodesHandWrittenBytesAndReadsMessagesBackToBack) {
   // Requests, notifications and errors of common values are checked byte for byte where the transport
   // sends and reads them (wiring_test.cpp); these are the extremes: all-ones ids, a non-zero return code.
-  const MessageHeader fireAndForget =
-      headerOf(0xBEEF, 0x0001, 0xFFFF, 0xFFFF, 0xFF, MessageType::REQUEST_NO_RETURN, ReturnCode::E_OK);
+  // appendMessage computes the length itself.
+  const MessageHeader fireAndForget{
+      0xBEEF,          0x0001,           0xDEADBEEF, 0xFFFF,
+      0xFFFF,          PROTOCOL_VERSION, 0xFF,       MessageType::REQUEST_NO_RETURN,
+      ReturnCode::E_OK};
   const Bytes fireAndForgetWire{0xBE, 0xEF, 0x00, 0x01, 0x00, 0x00, 0x00, 0x09, 0xFF,
                                 0xFF, 0xFF, 0xFF, 0x01, 0xFF, 0x01, 0x00, 0x00};
-  const MessageHeader response =
-      headerOf(0x0102, 0x0304, 0x0506, 0x0708, 0x09, MessageType::RESPONSE, ReturnCode::E_NOT_READY);
+  const MessageHeader response{0x0102,
+                               0x0304,
+                               0,
+                               0x0506,
+                               0x0708,
+                               PROTOCOL_VERSION,
+                               0x09,
+                               MessageType::RESPONSE,
+                               ReturnCode::E_NOT_READY};
   const Bytes responseWire{0x01, 0x02, 0x03, 0x04, 0x00, 0x00, 0x00, 0x0C, 0x05, 0x06,
                            0x07, 0x08, 0x01, 0x09, 0x80, 0x04, 0x11, 0x22, 0x33, 0x44};
   Bytes out{0xAB};  // appending keeps what was there
@@ -120,23 +123,14 @@ TEST(SomeIpHeader, MalformedInputIsRefusedAndOnlyAMeasuredMessageIsRead) {
   // The unchanged message is accepted, so every refusal above is caused by its one change.
   ASSERT_EQ(parseMessage(good.data(), good.size(), view, consumed), ParseError::NONE);
   EXPECT_EQ(consumed, 20U);
-  // The two most significant bits of a return code are reserved and ignored on reception.
-  for (const auto& [wire, code] :
-       std::vector<std::pair<std::uint8_t, ReturnCode>>{{0xC0, ReturnCode::E_OK},
-                                                        {0x45, ReturnCode::E_NOT_REACHABLE},
-                                                        {0x88, ReturnCode::E_WRONG_INTERFACE_VERSION}}) {
-    const Bytes response = with(14, {0x80, wire});
-    ASSERT_EQ(parseMessage(response.data(), response.size(), view, consumed), ParseError::NONE);
-    EXPECT_EQ(view.header.returnCode, code) << int{wire};
-  }
 }
 
 TEST(SomeIpSession, CountsFromOneToFfffAndWrapsToOneNeverZero) {
-  const std::vector<std::pair<std::uint16_t, std::uint16_t>> steps{
-      {0x0000, 0x0001}, {0x0001, 0x0002}, {0x00FF, 0x0100}, {0xFFFE, 0xFFFF}, {0xFFFF, 0x0001}};
-  for (const auto& [from, to] : steps) {
-    EXPECT_EQ(nextSessionId(from), to) << std::hex << from;
+  std::vector<std::uint16_t> next;
+  for (const std::uint16_t from : {0x0000, 0x0001, 0x00FF, 0xFFFE, 0xFFFF}) {
+    next.push_back(nextSessionId(from));
   }
+  EXPECT_EQ(next, (std::vector<std::uint16_t>{0x0001, 0x0002, 0x0100, 0xFFFF, 0x0001}));
 }
 
 }  // namespace

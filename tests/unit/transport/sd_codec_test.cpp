@@ -121,11 +121,8 @@ TEST(SdCodec, EntriesOfManyOptionsUseBothRunsUpToWhatTheyCanName) {
     return std::vector<SdOption>(options.begin(), options.begin() + static_cast<std::ptrdiff_t>(count));
   };
   // Options named; the first entry's index 1st, index 2nd, #opt1 << 4 | #opt2; the options kept.
-  const std::vector<std::tuple<std::size_t, Bytes, std::size_t>> cases{{1, {0x00, 0x00, 0x10}, 1},
-                                                                       {15, {0x00, 0x00, 0xF0}, 15},
-                                                                       {16, {0x00, 0x0F, 0xF1}, 16},
-                                                                       {30, {0x00, 0x0F, 0xFF}, 30},
-                                                                       {31, {0x00, 0x0F, 0xFF}, 30}};
+  const std::vector<std::tuple<std::size_t, Bytes, std::size_t>> cases{
+      {15, {0x00, 0x00, 0xF0}, 15}, {16, {0x00, 0x0F, 0xF1}, 16}, {31, {0x00, 0x0F, 0xFF}, 30}};
   for (const auto& [count, runBytes, kept] : cases) {
     // The second entry shares the first option.
     const SdMessage message = messageOf(
@@ -196,15 +193,11 @@ TEST(SdCodec, UntrustworthyArraysDropTheWholeMessage) {
   // Name, bytes, the error.
   const std::vector<std::tuple<std::string, Bytes, SdParseError>> cases{
       {"empty", {}, E::TRUNCATED},
-      {"flags only", {0xC0}, E::TRUNCATED},
       {"no options length", {0x40, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, E::TRUNCATED},
       {"no options length after the entry", concat({{0x40, 0, 0, 0, 0, 0, 0, 0x10}, offerBytes(0, 0, 0x10)}),
        E::ENTRIES_OVERRUN},
       {"entries length 15", withLengths(0x0F, 0x0C, E1_BYTES), E::ENTRIES_NOT_MULTIPLE_OF_16},
-      {"entries length 32 for one entry", withLengths(0x20, 0x0C, E1_BYTES), E::ENTRIES_OVERRUN},
-      {"entries length 0xFFFFFFF0", withLengths(0xFFFFFFF0, 0, {}), E::ENTRIES_OVERRUN},
       {"options length past the end", withLengths(0x10, 0x0D, E1_BYTES), E::OPTIONS_OVERRUN},
-      {"options length 0xFFFFFFFF", withLengths(0x10, 0xFFFFFFFF, E1_BYTES), E::OPTIONS_OVERRUN},
       {"2 bytes left for an option", withLengths(0x10, 0x0E, concat({E1_BYTES, {0x00, 0x09}})),
        E::OPTIONS_OVERRUN},
       {"option length 10 in 12 bytes",
@@ -262,9 +255,6 @@ TEST(SdCodec, UnusableOptionsAndEntriesAreLeftOutAndTheRestKept) {
        messageOf(0x40, {offer({E2})})},
       {"unknown type 0x7E", offerBytes(1, 0, 0x20), concat({E1_BYTES, unknown7E, M_BYTES}),
        messageOf(0x40, {offer({M})})},
-      {"every skipped type, none referenced", offerBytes(5, 0, 0x10),
-       concat({configuration, loadBalancing, ipv6, sdEndpoint, unknown7E, E1_BYTES}),
-       messageOf(0x40, {offer({E1})})},
       {"endpoint of length 10 beside a good one", offerBytes(0, 0, 0x20),
        concat({endpointLength10, E2_BYTES}), messageOf(0x40, {offer({E2})}, {{LENGTH, 0}})},
       {"multicast of length 5 named twice by one entry and once by the next",

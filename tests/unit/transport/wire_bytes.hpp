@@ -30,23 +30,16 @@ inline Bytes concat(std::initializer_list<Bytes> parts) {
 
 /// Header fields of one SOME/IP message; the length field is computed from the payload.
 struct Header {
-  std::uint16_t service;
-  std::uint16_t method;
-  std::uint16_t client;
-  std::uint16_t session;
-  std::uint8_t protocolVersion;
-  std::uint8_t interfaceVersion;
-  std::uint8_t type;  // 0x00 request, 0x01 no return, 0x02 notification, 0x80 response, 0x81 error
-  std::uint8_t returnCode;
+  std::uint16_t service, method, client, session;
+  // type: 0x00 request, 0x01 no return, 0x02 notification, 0x80 response, 0x81 error
+  std::uint8_t protocolVersion, interfaceVersion, type, returnCode;
 };
 
 inline Bytes message(const Header& h, const Bytes& payload = {}) {
   Bytes out;
-  put16(out, h.service);
-  put16(out, h.method);
+  put32(out, static_cast<std::uint32_t>(h.service << 16 | h.method));
   put32(out, static_cast<std::uint32_t>(8 + payload.size()));
-  put16(out, h.client);
-  put16(out, h.session);
+  put32(out, static_cast<std::uint32_t>(h.client << 16 | h.session));
   out.insert(out.end(), {h.protocolVersion, h.interfaceVersion, h.type, h.returnCode});
   out.insert(out.end(), payload.begin(), payload.end());
   return out;
@@ -58,28 +51,20 @@ inline Bytes serviceEntry(std::uint8_t type, std::uint16_t service, std::uint16_
                           std::uint8_t major, std::uint32_t ttl, std::uint32_t minor,
                           std::uint8_t firstOption, std::uint8_t optionCount) {
   Bytes out{type, firstOption, 0x00, static_cast<std::uint8_t>(optionCount << 4)};
-  put16(out, service);
-  put16(out, instance);
-  out.insert(out.end(), {major, static_cast<std::uint8_t>(ttl >> 16)});
-  put16(out, static_cast<std::uint16_t>(ttl));
+  put32(out, static_cast<std::uint32_t>(service << 16 | instance));
+  put32(out, static_cast<std::uint32_t>(major) << 24 | (ttl & 0xFFFFFF));
   put32(out, minor);
   return out;
 }
 
 /// Eventgroup entry: SubscribeEventgroup 0x06, SubscribeEventgroupAck 0x07 (TTL 0: StopSubscribe, Nack).
 /// Laid out as a service entry whose last 4 bytes are reserved, counter 0 and the event group.
-inline Bytes eventgroupEntry(std::uint8_t type, std::uint16_t service, std::uint16_t instance,
-                             std::uint8_t major, std::uint32_t ttl, std::uint16_t eventgroup,
-                             std::uint8_t firstOption, std::uint8_t optionCount) {
-  return serviceEntry(type, service, instance, major, ttl, eventgroup, firstOption, optionCount);
-}
+inline constexpr auto eventgroupEntry = &serviceEntry;
 
 /// IPv4 endpoint (0x04) or multicast (0x14) option: length 9, type, reserved, address, reserved,
 /// L4 protocol (0x11 UDP, 0x06 TCP), port.
 inline Bytes ipv4Option(std::uint8_t type, std::uint32_t ip, std::uint8_t protocol, std::uint16_t port) {
-  Bytes out;
-  put16(out, 0x0009);
-  out.insert(out.end(), {type, 0x00});
+  Bytes out{0x00, 0x09, type, 0x00};
   put32(out, ip);
   out.insert(out.end(), {0x00, protocol});
   put16(out, port);
