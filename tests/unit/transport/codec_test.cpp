@@ -49,6 +49,8 @@ TEST(SomeIpHeader, MalformedInputIsRefusedAndOnlyAMeasuredMessageIsRead) {
   };
   // Name, bytes, the error and the bytes consumed (UNTOUCHED: nothing to skip to).
   std::vector<std::tuple<std::string, Bytes, ParseError, std::size_t>> cases{
+      // The unchanged message is accepted, so every refusal is caused by its one change.
+      {"unchanged", good, ParseError::NONE, 20},
       {"empty", {}, ParseError::TRUNCATED_HEADER, UNTOUCHED},
       {"15 bytes", Bytes(good.begin(), good.begin() + 15), ParseError::TRUNCATED_HEADER, UNTOUCHED},
       {"length 7", with(4, {0, 0, 0, 7}), ParseError::LENGTH_TOO_SMALL, UNTOUCHED},
@@ -64,24 +66,14 @@ TEST(SomeIpHeader, MalformedInputIsRefusedAndOnlyAMeasuredMessageIsRead) {
   }
   for (const auto& [name, bytes, error, expectedConsumed] : cases) {
     MessageView view;
-    view.header.serviceId = 0xABCD;
-    view.payloadSize = 99;
     std::size_t consumed = UNTOUCHED;
-    EXPECT_EQ(parseMessage(bytes.data(), bytes.size(), view, consumed), error) << name;
-    EXPECT_EQ(consumed, expectedConsumed) << name;
-    // A message that could be measured is read, so that a server can answer it with an error.
-    const bool read = expectedConsumed != UNTOUCHED;
-    EXPECT_EQ(view.header.serviceId, read ? 0x1234 : 0xABCD) << name;
-    EXPECT_EQ(view.payloadSize, read ? 4U : 99U) << name;
-    EXPECT_STRNE(describe(error), describe(ParseError::NONE)) << name;
+    const ParseError got = parseMessage(bytes.data(), bytes.size(), view, consumed);
+    EXPECT_EQ(std::make_pair(got, consumed), std::make_pair(error, expectedConsumed)) << name;
   }
   MessageView view;
   std::size_t consumed = UNTOUCHED;
   EXPECT_EQ(parseMessage(nullptr, 100, view, consumed), ParseError::TRUNCATED_HEADER);
   EXPECT_EQ(consumed, UNTOUCHED);
-  // The unchanged message is accepted, so every refusal above is caused by its one change.
-  ASSERT_EQ(parseMessage(good.data(), good.size(), view, consumed), ParseError::NONE);
-  EXPECT_EQ(consumed, 20U);
 }
 
 TEST(SomeIpSession, CountsFromOneToFfffAndWrapsToOneNeverZero) {
