@@ -25,21 +25,15 @@ namespace {
 namespace someip = kov::platform::networking::someip;
 using namespace std::chrono_literals;
 using Address = kov::platform::networking::ISomeIpTransport::Address;
-using someip::ReturnCode;
-using Clock = std::chrono::steady_clock;
 using kov::test::wire::Bytes;
+using someip::ReturnCode;
 
 constexpr Address SCAN{0x0003, 0x0010};
 
 someip::TransportOptions optionsFor(const char* address) {
   someip::TransportOptions options;
   options.unicastAddress = address;
-  options.initialDelayMin = 0ms;
-  options.initialDelayMax = 5ms;
-  options.repetitionsBaseDelay = 10ms;
-  options.cyclicOfferDelay = 200ms;
   options.callTimeout = 300ms;
-  options.offerTtlSeconds = 2;
   return options;
 }
 
@@ -71,11 +65,6 @@ class LoopbackTest : public ::testing::Test {
     ASSERT_EQ(availability_.waitFor("+16 "), "+16 ");
   }
 
-  void TearDown() override {
-    client_.disconnect();
-    server_.disconnect();
-  }
-
   static inline bool inNamespace_{false};
   static inline std::string skipReason_;
   kov::test::LogCapture log_;  // first: installed before, and removed after, every transport thread
@@ -96,10 +85,7 @@ TEST_F(LoopbackTest, MethodCallsReturnTheirOwnAnswerOrADistinctFailure) {
   EXPECT_EQ(call(2, {}), std::make_pair(someip::remoteErrorResult(ReturnCode::E_NOT_OK), Bytes{}));
 
   // A response after the timeout is dropped and does not answer the next call.
-  const auto started = Clock::now();
   EXPECT_EQ(call(3, {7, 7, 7}), std::make_pair(someip::Result::Timeout, Bytes{0xAA, 0xAA, 0xAA}));
-  // Generous for a loaded machine; still far below a call that would wait on beyond its timeout.
-  EXPECT_LT(Clock::now() - started, 3s);
   std::this_thread::sleep_for(400ms);  // the late answer arrives meanwhile
   EXPECT_EQ(call(1, {4, 5, 6}), std::make_pair(someip::Result::Ok, Bytes{6, 5, 4}));
 
@@ -149,17 +135,16 @@ void sendTo(int sock, const char* address, std::uint16_t port, const Bytes& byte
 
 TEST_F(LoopbackTest, EventsSentToTheMulticastGroupNamedByTheAckArrive) {
   using namespace kov::test::wire;
-  // A server written by hand on 127.0.0.6, its SD socket sharing port 30490: it offers [0x4,0x20] to the
-  // client by unicast SD, answers the subscription with an Ack that names the group 239.1.2.3:30700, and
-  // sends its event there.
+  // A server written by hand on 127.0.0.6, one socket for SD and its service on the shared port 30490: it
+  // offers [0x4,0x20] to the client by unicast SD, answers the subscription with an Ack that names the
+  // group 239.1.2.3:30700, and sends its event there.
   const int sd = testSocket("127.0.0.6", 30490);
-  const int service = testSocket("127.0.0.6", 30601);
-  ASSERT_TRUE(sd >= 0 && service >= 0);
+  ASSERT_GE(sd, 0);
   const Address lidar{0x0004, 0x0020};
   ASSERT_TRUE(client_.requestService(Address{0x0004, 0xFFFF}));
   sendTo(sd, "127.0.0.3", 30490,
          sdMessage(0xC0, 1, {serviceEntry(0x01, 0x0004, 0x0020, 0x01, 30, 0, 0, 1)},
-                   {ipv4Option(0x04, 0x7F000006, 0x11, 30601)}));
+                   {ipv4Option(0x04, 0x7F000006, 0x11, 30490)}));
   for (int i = 0; i < 500 && !client_.offeredEndpoint(lidar); ++i) {
     std::this_thread::sleep_for(10ms);  // bounded poll: no report for 0x4 here
   }
@@ -180,14 +165,12 @@ TEST_F(LoopbackTest, EventsSentToTheMulticastGroupNamedByTheAckArrive) {
          sdMessage(0xC0, 2, {eventgroupEntry(0x07, 0x0004, 0x0020, 0x01, 30, 0x0001, 0, 1)},
                    {ipv4Option(0x14, 0xEF010203, 0x11, 30700)}));
   for (int i = 0; i < 50 && right == 0; ++i) {
-    sendTo(service, "239.1.2.3", 30700,
-           message({0x0004, 0x8001, 0, 1, 0x01, 0x01, 0x02, 0x00}, {0x05, 0x06}));
+    sendTo(sd, "239.1.2.3", 30700, message({0x0004, 0x8001, 0, 1, 0x01, 0x01, 0x02, 0x00}, {0x05, 0x06}));
     std::this_thread::sleep_for(100ms);
   }
   EXPECT_TRUE(right > 0 && wrong == 0);
   EXPECT_TRUE(client_.unsubscribeEvents(lidar));
   close(sd);
-  close(service);
 }
 
 }  // namespace
