@@ -142,11 +142,10 @@ TEST(SdCodec, UntrustworthyArraysDropTheWholeMessage) {
       {"unknown option of length 0x0100 after a good one",
        withLengths(0x10, 0x11, concat({E1_BYTES, {0x01, 0x00, 0x7E, 0x00, 0xAA}})), E::OPTIONS_OVERRUN},
   };
+  SdMessage message;
   for (const auto& [name, bytes, error] : cases) {
-    SdMessage message;
     EXPECT_EQ(parseSdPayload(bytes.data(), bytes.size(), message), error) << name;
   }
-  SdMessage message;
   EXPECT_EQ(parseSdPayload(nullptr, 64, message), SdParseError::TRUNCATED);
   // The transport's log lines quote these.
   std::string all;
