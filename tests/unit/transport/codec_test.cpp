@@ -37,7 +37,7 @@ TEST(SomeIpHeader, EncodesHandWrittenBytes) {
   EXPECT_EQ(out, expected);
 }
 
-TEST(SomeIpHeader, MalformedInputIsRefusedAndOnlyAMeasuredMessageIsRead) {
+TEST(SomeIpHeader, MalformedInputIsRefusedAndAMeasuredMessageSkippedWhole) {
   // A valid request of 4 payload bytes; each case changes what makes it wrong.
   const Bytes good{0x12, 0x34, 0x00, 0x01, 0x00, 0x00, 0x00, 0x0C, 0x10, 0x00,
                    0x00, 0x01, 0x01, 0x01, 0x00, 0x00, 0xA1, 0xA2, 0xA3, 0xA4};

@@ -119,18 +119,18 @@ SdEntry offer(std::vector<SdOption> options) {
   return sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, 0x0010, 1, 3, 0xABF50002, 0, 0, std::move(options));
 }
 
-TEST(SdCodec, UntrustworthyArraysDropTheWholeMessage) {
+TEST(SdCodec, UntrustworthyArraysAreRefusedWithTheirCause) {
   // One offer naming one option, with the array lengths and options as given.
-  const Bytes offer = entryBytes(0x01, 0, 0, 0x10);
-  const auto withLengths = [&offer](std::uint32_t entries, std::uint32_t options, const Bytes& optionBytes) {
-    return concat({{0x40, 0, 0, 0}, length32(entries), offer, length32(options), optionBytes});
+  const Bytes entry = entryBytes(0x01, 0, 0, 0x10);
+  const auto withLengths = [&entry](std::uint32_t entries, std::uint32_t options, const Bytes& optionBytes) {
+    return concat({{0x40, 0, 0, 0}, length32(entries), entry, length32(options), optionBytes});
   };
   using E = SdParseError;
   // Name, bytes, the error.
   const std::vector<std::tuple<std::string, Bytes, SdParseError>> cases{
       {"empty", {}, E::TRUNCATED},
       {"no options length", {0x40, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, E::TRUNCATED},
-      {"no options length after the entry", concat({{0x40, 0, 0, 0, 0, 0, 0, 0x10}, offer}),
+      {"no options length after the entry", concat({{0x40, 0, 0, 0, 0, 0, 0, 0x10}, entry}),
        E::ENTRIES_OVERRUN},
       {"entries length 15", withLengths(0x0F, 0x0C, E1_BYTES), E::ENTRIES_NOT_MULTIPLE_OF_16},
       {"options length past the end", withLengths(0x10, 0x0D, E1_BYTES), E::OPTIONS_OVERRUN},
