@@ -209,7 +209,6 @@ TEST_F(WiringTest, SubscribersGetAnAckOrANackAndNotificationsCarryTheWireEventId
   // (0: Nack). Two endpoints of one peer are allowed, a third is refused.
   const std::vector<std::tuple<const char*, std::uint8_t, std::uint16_t, Bytes, std::uint32_t>> later{
       {"port 0", 0x00, 0x0001, ipv4Option(0x04, PEER, 0x11, 0), 0},
-      {"multicast address", 0x00, 0x0001, ipv4Option(0x04, 0xEF000001, 0x11, 50001), 0},
       {"TCP only", 0x00, 0x0001, ipv4Option(0x04, PEER, 0x06, 50001), 0},
       {"other major version", 0x01, 0x0001, ipv4Option(0x04, PEER, 0x11, 50001), 0},
       {"event group not offered", 0x00, 0x0002, ipv4Option(0x04, PEER, 0x11, 50001), 0},
@@ -415,25 +414,19 @@ TEST_F(WiringTest, ConnectAndDisconnectFromTwoThreadsNeverHangAndEachConnectionS
 }
 
 TEST_F(WiringTest, ConnectRefusesOptionsThatCannotWorkWithOneLine) {
-  // The edges of the IPv4 multicast range (224.0.0.0/4), only parsed: the fake network sends nothing,
-  // and a refused group never reaches it.
-  const std::vector<std::tuple<const char*, std::uint16_t, std::string>> cases{
-      {"239.255.255.255", 30490, ""},  // accepted
-      {"240.0.0.1", 30490, "sdMulticastAddress '240.0.0.1' is not an IPv4 multicast address"},
-      {"223.255.255.255", 30490, "sdMulticastAddress '223.255.255.255' is not an IPv4 multicast address"},
-      {"224.224.224.245", 0, "sdPort must not be 0"}};
-  for (const auto& [group, port, problem] : cases) {
+  // A group beyond the IPv4 multicast range (224.0.0.0/4), only parsed: it never reaches the network.
+  log_.clear();
+  for (const auto& [group, port] :
+       std::vector<std::pair<std::string, std::uint16_t>>{{"240.0.0.1", 30490}, {"224.224.224.245", 0}}) {
     TransportOptions options = defaultOptions();
     options.sdMulticastAddress = group;
     options.sdPort = port;
-    log_.clear();
-    detail::TransportCore core(options, std::make_unique<FakeNetwork>());
-    EXPECT_EQ(core.connect(), problem.empty() ? Result::Ok : RESULT_SOCKET_ERROR) << group;
-    core.disconnect();
-    EXPECT_EQ(log_.count("ERROR", "SOME/IP transport options rejected: " + problem),
-              problem.empty() ? 0U : 1U)
-        << log_.text();
+    EXPECT_EQ(detail::TransportCore(options, std::make_unique<FakeNetwork>()).connect(), RESULT_SOCKET_ERROR);
   }
+  EXPECT_EQ(log_.lines(),
+            (std::vector<std::string>{"ERROR: SOME/IP transport options rejected: sdMulticastAddress "
+                                      "'240.0.0.1' is not an IPv4 multicast address",
+                                      "ERROR: SOME/IP transport options rejected: sdPort must not be 0"}));
 }
 
 }  // namespace
