@@ -187,25 +187,10 @@ TEST_F(WiringTest, SubscribersGetAnAckOrANackAndNotificationsCarryTheWireEventId
   EXPECT_EQ(sentTo({GROUP, 30490}), sdMessage(0xC0, 1, {serviceEntry(0x01, 0x0003, 0x0010, 0x00, 3, 0, 0, 1)},
                                               {ipv4Option(0x04, OWN, 0x11, FakeNetwork::INSTANCE_PORT)}));
 
-  const auto subscribe = [&](std::uint16_t session, std::uint8_t major, std::uint16_t eventgroup,
-                             const Bytes& option) {
-    net_->deliver(Channel::SD_UNICAST, PEER_SD,
-                  sdMessage(0xC0, session,
-                            {eventgroupEntry(0x06, 0x0003, 0x0010, major, 3, eventgroup, 0, 1)}, {option}));
-    return sentTo(PEER_SD);
-  };
-  const auto answer = [](std::uint16_t session, std::uint8_t major, std::uint32_t ttl,
-                         std::uint16_t eventgroup) {
-    return sdMessage(0xC0, session, {eventgroupEntry(0x07, 0x0003, 0x0010, major, ttl, eventgroup, 0, 0)});
-  };
-  EXPECT_EQ(subscribe(1, 0x00, 0x0001, ipv4Option(0x04, PEER, 0x11, 50000)), answer(1, 0x00, 3, 0x0001));
-  // The initial value goes to the new subscriber with the wire event id 0x8000 | 1.
-  EXPECT_EQ(sentTo({PEER, 50000}, Channel::INSTANCE),
-            message({0x0003, 0x8001, 0x0000, 0x0001, 0x01, 0x00, 0x02, 0x00}, {0x12, 0x34}));
-
-  // Why, major version, event group and endpoint option of a later subscription; the TTL of the answer
-  // (0: Nack). Two endpoints of one peer are allowed, a third is refused.
-  const std::vector<std::tuple<const char*, std::uint8_t, std::uint16_t, Bytes, std::uint32_t>> later{
+  // Why, major version, event group and endpoint option of a subscription; the TTL of the answer (0:
+  // Nack). Two endpoints of one peer are allowed, a third is refused.
+  const std::vector<std::tuple<const char*, std::uint8_t, std::uint16_t, Bytes, std::uint32_t>> subscriptions{
+      {"first endpoint of the peer", 0x00, 0x0001, ipv4Option(0x04, PEER, 0x11, 50000), 3},
       {"port 0", 0x00, 0x0001, ipv4Option(0x04, PEER, 0x11, 0), 0},
       {"TCP only", 0x00, 0x0001, ipv4Option(0x04, PEER, 0x06, 50001), 0},
       {"other major version", 0x01, 0x0001, ipv4Option(0x04, PEER, 0x11, 50001), 0},
@@ -213,12 +198,21 @@ TEST_F(WiringTest, SubscribersGetAnAckOrANackAndNotificationsCarryTheWireEventId
       {"second endpoint of the peer", 0x00, 0x0001, ipv4Option(0x04, PEER, 0x11, 50001), 3},
       {"third endpoint of the peer", 0x00, 0x0001, ipv4Option(0x04, PEER, 0x11, 50002), 0},
   };
-  std::uint16_t session = 2;
-  for (const auto& [why, major, eventgroup, option, ttl] : later) {
-    EXPECT_EQ(subscribe(session, major, eventgroup, option), answer(session, major, ttl, eventgroup)) << why;
-    ++session;
+  std::uint16_t session = 1;
+  for (const auto& [why, major, eventgroup, option, ttl] : subscriptions) {
+    net_->deliver(Channel::SD_UNICAST, PEER_SD,
+                  sdMessage(0xC0, session,
+                            {eventgroupEntry(0x06, 0x0003, 0x0010, major, 3, eventgroup, 0, 1)}, {option}));
+    EXPECT_EQ(
+        sentTo(PEER_SD),
+        sdMessage(0xC0, session++, {eventgroupEntry(0x07, 0x0003, 0x0010, major, ttl, eventgroup, 0, 0)}))
+        << why;
   }
-  EXPECT_TRUE(net_->takeSent({PEER, 50001}, Channel::INSTANCE));  // the initial value
+  // The initial value goes to each new subscriber with the wire event id 0x8000 | 1.
+  EXPECT_EQ(sentTo({PEER, 50000}, Channel::INSTANCE),
+            message({0x0003, 0x8001, 0x0000, 0x0001, 0x01, 0x00, 0x02, 0x00}, {0x12, 0x34}));
+  EXPECT_EQ(sentTo({PEER, 50001}, Channel::INSTANCE),
+            message({0x0003, 0x8001, 0x0000, 0x0002, 0x01, 0x00, 0x02, 0x00}, {0x12, 0x34}));
 
   net_->takeAllSent();
   const std::uint8_t next[2] = {0x56, 0x78};
