@@ -318,12 +318,8 @@ TEST(DiscoveryServer, OffersAnswersFindsAndAcknowledgesExpiresAndStopsSubscriber
         sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234, address.instanceId, 1, answerTtl, 0, 1, 2);
     EXPECT_EQ(subscribe(at, PEER_B, address, 3, options), sentOf({{false, PEER_B, ack}})) << name;
   }
-  // Only the two new endpoints join (the renewal does not).
-  ASSERT_EQ(joined.size(), 2U);
-  for (std::size_t i = 0; i < 2; ++i) {
-    EXPECT_EQ(std::tie(joined[i].address, joined[i].eventgroupId, joined[i].endpoint),
-              std::make_tuple(SERVICE_10, std::uint16_t{1}, i == 0 ? subscriberB : subscriberB2));
-  }
+  // Only the two new endpoints join, the renewal does not (what joining sends: wiring_test.cpp).
+  EXPECT_EQ(joined.size(), 2U);
 
   // TTL: subscriberB2 (from T0) runs out at T0+3s, subscriberB (renewed at T0+2s) at T0+5s.
   server.poll(T0 + 3s - 1ms, out);
