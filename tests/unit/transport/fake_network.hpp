@@ -6,7 +6,6 @@
 #include <deque>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <utility>
 #include <vector>
 
@@ -33,9 +32,7 @@ class FakeNetwork final : public detail::Network {
   };
 
   static constexpr std::uint16_t CLIENT_PORT = 40000;
-  static constexpr std::uint16_t FIRST_INSTANCE_PORT = 41000;
-
-  // The test's side.
+  static constexpr std::uint16_t INSTANCE_PORT = 41000;  // of every instance: the tests offer one
 
   void deliver(Channel channel, const Endpoint& from, Bytes bytes, std::uint16_t instanceId = 0) {
     locked([&] { incoming_.push_back({channel, instanceId, from, std::move(bytes)}); });
@@ -65,52 +62,30 @@ class FakeNetwork final : public detail::Network {
   }
 
   /// Waits until the transport has read every datagram handed in (bounded).
-  bool drained(std::chrono::milliseconds limit = std::chrono::seconds(5)) {
+  bool drained() {
     std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, limit, [&] { return incoming_.empty() && !reading_; });
+    return changed_.wait_for(lock, std::chrono::seconds(5), [&] { return incoming_.empty() && !reading_; });
   }
 
   /// Everything sent and not yet taken, which is then forgotten.
   std::vector<Datagram> takeAllSent() {
     return locked([&] { return std::exchange(sent_, {}); });
   }
-  std::set<Endpoint> groups() {
-    return locked([&] { return groups_; });
-  }
-
-  // The transport's side.
 
   detail::Clock::time_point now() const override {
     std::lock_guard<std::mutex> lock(mutex_);
     return now_;
   }
-  bool open(const kov::platform::networking::someip::TransportOptions&) override {
-    return locked([&] { return open_ = true; });
-  }
-  void close() override {
-    locked([&] {
-      open_ = false;
-      groups_.clear();
-      instances_ = 0;
-    });
-  }
+  bool open(const kov::platform::networking::someip::TransportOptions&) override { return true; }
+  void close() override {}
   std::uint16_t clientPort() const override { return CLIENT_PORT; }
-  std::uint16_t openInstance(std::uint16_t) override {
-    return locked([&] { return static_cast<std::uint16_t>(FIRST_INSTANCE_PORT + instances_++); });
-  }
-  bool joinGroup(const Endpoint& group) override {
-    locked([&] { groups_.insert(group); });
-    return true;
-  }
-  void leaveGroup(const Endpoint& group) override {
-    locked([&] { groups_.erase(group); });
-  }
+  std::uint16_t openInstance(std::uint16_t) override { return INSTANCE_PORT; }
+  bool joinGroup(const Endpoint&) override { return true; }
+  void leaveGroup(const Endpoint&) override {}
   int send(Channel channel, std::uint16_t instanceId, const Endpoint& to, const std::uint8_t* data,
            std::size_t size) override {
-    return locked([&] {
-      sent_.push_back({channel, instanceId, to, Bytes(data, data + size)});
-      return open_ ? 0 : 9;  // EBADF once closed
-    });
+    locked([&] { sent_.push_back({channel, instanceId, to, Bytes(data, data + size)}); });
+    return 0;
   }
   void receive(std::chrono::milliseconds timeout, const OnDatagram& onDatagram) override {
     std::deque<Datagram> batch;
@@ -150,10 +125,7 @@ class FakeNetwork final : public detail::Network {
   std::deque<Datagram> incoming_;
   bool kicked_{false};
   bool reading_{false};
-  bool open_{false};
-  int instances_{0};
   std::vector<Datagram> sent_;
-  std::set<Endpoint> groups_;
 };
 
 }  // namespace kov::test
