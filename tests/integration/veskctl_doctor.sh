@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
 # veskctl doctor against networks broken on purpose, each in network namespaces of its own: a healthy
-# loop-back with vesk-sensord, an address on no interface, an interface down, multicast off on a veth,
-# strict reverse-path filtering against SD from another subnet, the SD port held without address reuse
-# and offers of another major version. Each scenario expects its verdict line and exit status: these
+# loop-back with vesk-sensord, an interface down, multicast off on a veth, strict reverse-path filtering
+# against SD from another subnet and the SD port held without address reuse. Each scenario expects its verdict line and exit status: these
 # show that the probes read the facts from a real network; the exact texts and fixes drawn from the
 # facts are checked in tests/unit/tools/veskctl_doctor_test.cpp.
 # Usage: veskctl_doctor.sh <vesk-sensord> <veskctl>. Needs root; exits 77 (skipped) without it.
@@ -58,10 +57,6 @@ jq -s -e 'length > 5 and all(.[]; .status == "PASS" and (.check | type) == "stri
   and (.found | type) == "string" and has("fix") == false)' "$work/healthy.json" > /dev/null ||
   fail "healthy --json: not one PASS object per check"
 
-step "the address on no interface"
-doctor "$lo_ns" unassigned.out --unicast 198.18.9.9 --seconds 0.3
-expect unassigned.out 1 "^FAIL  address +198\.18\.9\.9 is assigned to no interface" "address on no interface"
-
 step "the SD port held without address reuse"
 ip netns exec "$lo_ns" python3 -c '
 import socket, sys, time
@@ -76,9 +71,6 @@ expect held.out 1 "^FAIL  sd port +cannot bind $CLIENT:30490 .*python3 \(pid $ho
 kill -TERM "$holder_pid"
 wait_exit "$holder_pid" 5000 || true
 
-step "offers of major 0 against --major 1"
-doctor "$lo_ns" major.out --unicast "$CLIENT" --seconds 1 --major 1 --discovery-timeout 1
-expect major.out 1 "^WARN  sensor 0x0010 .*major differs from --major 1" "another major"
 stop_sensord "$sensord_pid"
 
 step "a veth: interface down, multicast off"
@@ -121,4 +113,4 @@ doctor "$client_ns" rpfilter.out --unicast 198.18.2.1 --seconds 1.5 --discovery-
 expect rpfilter.out 1 "^(WARN|FAIL)  rp_filter +strict \(eth0 1, all [01]\)" "strict rp_filter"
 stop_sensord "$sensord_pid"
 
-echo "PASS: veskctl doctor (7 scenarios)"
+echo "PASS: veskctl doctor (5 scenarios)"
