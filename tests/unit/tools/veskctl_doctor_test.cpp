@@ -57,12 +57,6 @@ TEST(VeskctlDoctorTest, VerdictsFollowFromTheFacts) {
   expectVerdicts(
       "interface down", {addressVerdict("198.18.0.9", veth(false), {})},
       {{"address", Status::Fail, "198.18.0.9 on veth0, which is DOWN", "ip link set dev veth0 up"}});
-  expectVerdicts("no multicast flag, loop-back still works",
-                 {addressVerdict("198.18.0.9", veth(true, false), {true, ""})},
-                 {{"address", Status::Warn,
-                   "198.18.0.9 on veth0 (UP) without the MULTICAST flag; the multicast loop-back probe still "
-                   "works there",
-                   "ip link set dev veth0 multicast on"}});
   expectVerdicts(
       "no multicast flag, loop-back fails", {addressVerdict("198.18.0.9", veth(true, false), {false, ""})},
       {{"address", Status::Fail,

@@ -81,15 +81,6 @@ TEST(VeskctlTextTest, ParsersReadStrictlyAndNameEveryValue) {
             "0.0.0.0 255.255.255.255 192.0.2.3 192.0.2.004 - - - - - - - - - ");
   EXPECT_EQ(readings(parsePort, {"1", "65535", "0", "65536", "1e3", "-1", "+80", "80.0", "", "123456"}),
             "1 65535 - - - - - - - - ");
-  types::DatapathDestinationInfo destination;
-  const auto destinationOf = [&](const std::string& text) {
-    return parseDestination(text, destination, error)
-               ? std::optional<std::string>(destination.ipAddress + ":" + std::to_string(destination.port))
-               : std::nullopt;
-  };
-  EXPECT_EQ(readings(destinationOf, {"192.0.2.3:4000", "192.0.2.3", "192.0.2.3:70000", "192.0.2.3:-1",
-                                     "192.0.2.3:1.5", "host:80", "::1:80"}),
-            "192.0.2.3:4000 - - - - - - ");
   EXPECT_EQ(readings(parseSensorId,
                      {"16", "0x10", "0X1a", "65534", "0xffff", "65535", "010", "0x", "0x10000", "-1", "ten"}),
             "16 16 26 65534 - - 10 - - - - ");
