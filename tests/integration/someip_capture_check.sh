@@ -4,11 +4,10 @@
 # and that ids, types, return codes, SD entries and endpoints are the ones the programs meant to
 # send (someip_capture_checks.jq).
 # Usage: someip_capture_check.sh <capture> <sensor address> <instance ids, comma separated> <offer TTL>
-#        [<instance>=<port>,... as veskctl list printed the endpoints>]
 set -euo pipefail
 export LC_ALL=C
 
-capture=$1 sensor=$2 instances=$3 ttl=$4 listed=${5:-}
+capture=$1 sensor=$2 instances=$3 ttl=$4
 here="$(cd "$(dirname "$0")" && pwd)"
 scratch="$(mktemp -d)"
 trap 'rm -rf "$scratch"' EXIT
@@ -33,13 +32,12 @@ if [[ -n "$flagged" ]]; then
 fi
 
 tshark -r "$capture" "${decode[@]}" -T json --no-duplicate-keys 2>/dev/null > "$scratch/capture.json"
-jq -r --arg sensor "$sensor" --arg instances "$instances" --argjson ttl "$ttl" --arg listed "$listed" \
+jq -r --arg sensor "$sensor" --arg instances "$instances" --argjson ttl "$ttl" \
   -f "$here/someip_capture_checks.jq" "$scratch/capture.json" > "$scratch/verdict.txt"
 if grep -q '^FAIL' "$scratch/verdict.txt"; then
   echo "capture check: $(grep -c '^FAIL' "$scratch/verdict.txt") problems (first 30):"
   grep '^FAIL' "$scratch/verdict.txt" | head -30
   status=1
 fi
-echo "capture: $(grep '^counted' "$scratch/verdict.txt")"
 
 exit "$status"

@@ -17,7 +17,6 @@ command -v tshark >/dev/null || skip "tshark is not installed (scripts/install-d
 
 readonly SENSOR=127.0.0.2 WATCHER=127.0.0.3 CALLER=127.0.0.4 MONITOR=127.0.0.5 NEIGHBOUR=127.0.0.9
 readonly PAIRS=6 TTL=2
-generation=0
 # Only lo, up, and no routes: as on a user's machine, nothing else is needed, since every SOME/IP
 # participant sends its SD multicast out of the interface of its own address.
 ns="kovtest-$$"
@@ -47,16 +46,8 @@ call() {
   ctl "$CALLER" "${@:2}" > "$work/$1.out" 2> "$work/$1.err" || fail "veskctl ${*:2} failed"
 }
 
-start_daemon() {
-  generation=$((generation + 1))
-  start_sensord "$ns" "$SENSOR" "sensord$generation.out" --sensors 2 --offer-ttl "$TTL"
-}
-
-# `veskctl -v watch` for $2 seconds into $work/$1.out (timestamped) and $work/$1.err.
-start_watch() {
-  ctl "$WATCHER" -v watch --seconds "$2" 2> "$work/$1.err" | stamp_lines > "$work/$1.out" &
-  watch_pid=$!
-}
+# vesk-sensord, its output in a file of its own per start.
+start_daemon() { start_sensord "$ns" "$SENSOR" "sensord-$(now_us).out" --sensors 2 --offer-ttl "$TTL"; }
 
 # Runs `get ARGS...` (the last one an operation name) until the modes it reads are the JSON array $1,
 # for at most 5 s. A started or commanded sensor passes through INITIALIZING first.
@@ -82,16 +73,18 @@ monitor_pid=$!
 step "discovery"
 start_daemon
 call list list
-# Each sensor with all services at the endpoint it offered, as list prints it; the capture check finds
-# that endpoint in the offers.
-listed="$(jq -r -s --arg sensor "$SENSOR" 'map(select(.operation == "services") | .value as $v | $v.endpoint as $e
-  | if .ok and $v.service0x0002 and $v.service0x0003 and $v.service0x0004 and ($e | split(":")[0]) == $sensor
-    then "\(.sensorHex)=\($e | split(":")[1])" else "bad" end) | join(",")' "$work/list.out")"
-[[ "$listed" =~ ^0x0010=[0-9]+,0x0011=[0-9]+$ ]] || fail "list did not show sensors 0x0010 and 0x0011 with all services on $SENSOR: $listed"
+# Each sensor with all services at an endpoint on the daemon's address (the endpoint itself is
+# checked against the offers in someip_multihost.sh).
+jq -s -e --arg sensor "$SENSOR" 'map(select(.operation == "services" and .ok and .value.service0x0002
+  and .value.service0x0003 and .value.service0x0004 and (.value.endpoint | startswith($sensor + ":")))
+  | .sensorHex) == ["0x0010","0x0011"]' "$work/list.out" > /dev/null ||
+  fail "list did not show sensors 0x0010 and 0x0011 with all services on $SENSOR"
 
 step "every setter in one run, every getter in the next; a watch runs"
 wait_modes '["STANDBY","STANDBY"]' mode
-start_watch events 15
+# `veskctl -v watch` for 15 s, its output timestamped.
+ctl "$WATCHER" -v watch --seconds 15 2> "$work/events.err" | stamp_lines > "$work/events.out" &
+watch_pid=$!
 wait_reported "$work/events.out" 0 true "$PAIRS" 5000 > /dev/null || fail "watch did not see every service available"
 call set set --sensor 0x11 --mode scanning --frame-rate 20 --interlace 4 --control-line 1 --fill on \
   --datum -4.5 --pattern point:10:-5:3,snap,minlines:4 --destination 127.0.0.9:40000
@@ -107,7 +100,6 @@ step "another SOME/IP program beside ours"
 grep -qx "224.224.224.245" "$work/neighbour.out" || fail "the SD neighbour heard no SD multicast"
 leaked="$(grep -xF -e "$SENSOR" -e "$WATCHER" -e "$CALLER" "$work/neighbour.out" | sort -u | paste -sd ' ')" || true
 [[ -z "$leaked" ]] || fail "unicast SD meant for $leaked reached the SD neighbour"
-echo "the neighbour heard $(grep -cx 224.224.224.245 "$work/neighbour.out") SD multicast datagrams and no unicast SD of ours"
 
 step "SIGTERM: StopOffer makes the sensors unavailable at once"
 term_at=$(now_us)
@@ -166,6 +158,6 @@ wait_exit "$neighbour_pid" 5000 || fail "the SD neighbour did not end"
 step "wire format, decoded by tshark"
 kill -INT "$tshark_pid"
 wait_exit "$tshark_pid" 10000 || fail "tshark did not stop"
-bash "$here/someip_capture_check.sh" "$work/loopback.pcapng" "$SENSOR" 0x0010,0x0011 "$TTL" "$listed" ||
+bash "$here/someip_capture_check.sh" "$work/loopback.pcapng" "$SENSOR" 0x0010,0x0011 "$TTL" ||
   fail "the capture does not show the SOME/IP traffic that was meant"
 echo "PASS: loopback (SIGTERM ${term_ms} ms, reboot ${reboot_ms} ms to unavailable)"

@@ -35,7 +35,6 @@ doctor() {
 expect() {
   [[ "$doctor_status" =~ ^($2)$ ]] || fail "$4: doctor exited $doctor_status, expected $2"
   grep -qE -- "$3" "$work/$1" || fail "$4: no line matching '$3'"
-  echo "ok: $4: $(grep -E -- "$3" "$work/$1" | head -1)"
 }
 
 step "healthy: the loop-back with multicast, vesk-sensord playing two sensors"
@@ -46,14 +45,12 @@ for address in $SENSOR $CLIENT; do
 done
 ip -n "$lo_ns" route add 224.0.0.0/4 dev lo
 start_sensord "$lo_ns" "$SENSOR" sensord-lo.out --sensors 2 --offer-ttl 2
-doctor "$lo_ns" healthy.out --unicast "$CLIENT" --seconds 1.5
-expect healthy.out 0 "^PASS  getter 0x0011 +getSensorSoftwareVersion answered in" "healthy"
-[[ -z "$(grep -vE '^PASS  ' "$work/healthy.out")" ]] || fail "healthy: not every line passed"
-ip netns exec "$lo_ns" "$veskctl" doctor --json --unicast "$CLIENT" --seconds 0.5 --discovery-timeout 2 > "$work/healthy.json" 2>&1 ||
-  fail "healthy --json: doctor failed"
-jq -s -e 'length > 5 and all(.[]; .status == "PASS" and (.check | type) == "string"
-  and (.found | type) == "string" and has("fix") == false)' "$work/healthy.json" > /dev/null ||
-  fail "healthy --json: not one PASS object per check"
+# In JSON: one PASS object per check, without a fix, among them the getter of sensor 0x0011.
+doctor "$lo_ns" healthy.json --json --unicast "$CLIENT" --seconds 1.5
+[[ "$doctor_status" == 0 ]] && jq -s -e 'length > 5 and all(.[]; .status == "PASS" and (.found | type) == "string"
+  and has("fix") == false) and any(.[]; .check == "getter 0x0011"
+  and (.found | startswith("getSensorSoftwareVersion answered in")))' "$work/healthy.json" > /dev/null ||
+  fail "healthy: doctor exited $doctor_status and printed $(cat "$work/healthy.json")"
 
 step "the SD port held without address reuse"
 ip netns exec "$lo_ns" python3 -c '

@@ -145,13 +145,6 @@ TEST(VeskctlDoctorTest, VerdictsFollowFromTheFacts) {
         "host and the endpoint of its offers, and --major"}});
 }
 
-TEST(VeskctlDoctorTest, FailuresAndSensorIds) {
-  EXPECT_FALSE(anyFailed(listenVerdicts(heard({offer(2, 0x10, 0, true), offer(3, 0x10, 0)}), std::nullopt)));
-  EXPECT_TRUE(anyFailed(listenVerdicts({1.0, "", "", {}, {}}, std::nullopt)));
-  EXPECT_EQ(sensorsOf({offer(4, 0x11, 0), offer(2, 0x10, 0), offer(0x99, 0x12, 0)}),
-            (std::vector<std::uint16_t>{0x10, 0x11}));
-}
-
 TEST(VeskctlDoctorTest, FindServiceBytes) {
   // SOME/IP header: service 0xFFFF, method 0x8100, length 8 + 4 (flags) + 4 + 48 (three entries) + 4,
   // client 0, session 1, protocol 1, interface 1, NOTIFICATION, E_OK; flags reboot | unicast.
