@@ -97,11 +97,6 @@ stamp_lines() {
 # Lines of timestamped file $1 that match extended regex $2 and are stamped at or after time $3.
 lines_since() { awk -v since="$3" -v pattern="$2" '$1 >= since && $0 ~ pattern' "$1" 2>/dev/null; }
 
-# Waits until file $1 holds at least $3 lines matching $2 stamped at or after $4, for at most $5 ms.
-# Prints the time stamp of the last line counted; false on timeout.
-wait_for_lines() { retry_for "$5" _nth_stamp "$@"; }
-_nth_stamp() { lines_since "$1" "$2" "$4" | awk -v n="$3" 'NR == n { print $1; found = 1 } END { exit !found }'; }
-
 # Runs "${@:2}" every 20 ms until it succeeds (its output shown), for at most $1 ms; false on timeout.
 retry_for() {
   local deadline=$(($(now_us) + $1 * 1000))

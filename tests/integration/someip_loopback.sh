@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # vesk-sensord and veskctl as two processes on the loopback of a network namespace of their own, each
-# on its own 127.x address: discovery, every getter and setter (state kept by the daemon between veskctl
-# runs), events, the daemon stopped (SIGTERM: StopOffer), restarted, and crashed and restarted at once
+# on its own 127.x address: discovery, every getter and setter (the mode kept by the daemon between
+# veskctl runs), events, the daemon stopped (SIGTERM: StopOffer), restarted, and crashed and restarted at once
 # (reboot seen), all beside another SOME/IP program that shares the SD port (sd_neighbour.py). The offer
 # TTL running out after a crash is checked across hosts in someip_multihost.sh. veskctl monitor listens
 # throughout: it must show the offers, the StopOffers and the offers of the restarted daemon (reboot
-# flag), and end on --seconds and on SIGINT with status 0.
+# flag), and end on SIGINT with status 0.
 # tshark records the loopback meanwhile and someip_capture_check.sh checks that capture.
 # Usage: someip_loopback.sh <vesk-sensord> <veskctl>. Needs root; exits 77 (skipped) without it.
 set -euo pipefail
@@ -17,7 +17,6 @@ command -v tshark >/dev/null || skip "tshark is not installed (scripts/install-d
 
 readonly SENSOR=127.0.0.2 WATCHER=127.0.0.3 CALLER=127.0.0.4 MONITOR=127.0.0.5 NEIGHBOUR=127.0.0.9
 readonly PAIRS=6 TTL=2
-generation=0
 # Only lo, up, and no routes: as on a user's machine, nothing else is needed, since every SOME/IP
 # participant sends its SD multicast out of the interface of its own address.
 ns="kovtest-$$"
@@ -47,38 +46,18 @@ call() {
   ctl "$CALLER" "${@:2}" > "$work/$1.out" 2> "$work/$1.err" || fail "veskctl ${*:2} failed"
 }
 
-start_daemon() {
-  generation=$((generation + 1))
-  start_sensord "$ns" "$SENSOR" "sensord$generation.out" --sensors 2 --offer-ttl "$TTL"
-}
-
-# `veskctl -v watch` for $2 seconds into $work/$1.out (timestamped) and $work/$1.err.
-start_watch() {
-  ctl "$WATCHER" -v watch --seconds "$2" 2> "$work/$1.err" | stamp_lines > "$work/$1.out" &
-  watch_pid=$!
-}
-
-# Per sensor of the `get all` output $1, one line: the number of getters that answered and what five of
-# them read (frame rate, interlace, control line, fill | datum | pattern status | version text 4 | destination).
-readings() {
-  jq -s -r 'group_by(.sensor)[] | map(select(.ok)) | (INDEX(.operation) | map_values(.value)) as $v
-    | [.[0].sensor, length, ($v.getDesiredScanSettings | "\(.frameRate) \(.interlace) \(.controlLine) \(.fill)"),
-       $v.getScanDatum.elevation, $v.getScanPatternCommandStatus.status, $v.getSensorSoftwareVersion.text4,
-       ($v.getDatapathDestinationInfo | "\(.ipAddress):\(.port)")] | map(tostring) | join("|")' "$1"
-}
+# vesk-sensord, its output in a file of its own per start.
+start_daemon() { start_sensord "$ns" "$SENSOR" "sensord-$(now_us).out" --sensors 2 --offer-ttl "$TTL"; }
 
 # Runs `get ARGS...` (the last one an operation name) until the modes it reads are the JSON array $1,
 # for at most 5 s. A started or commanded sensor passes through INITIALIZING first.
 modes_are() { call get_mode get "${@:2}" && [[ "$(jq -s -c 'map(.value.mode)' "$work/get_mode.out")" == "$1" ]]; }
 wait_modes() { retry_for 5000 modes_are "$@" || fail "get ${*:2} did not read the modes $1"; }
 
-# Scan datum events of elevation $2 from both sensors in the watch output $1, stamped after $3.
-expect_datum_events() {
-  local sensor
-  for sensor in 16 17; do
-    wait_for_lines "$1" "\"sensor\":$sensor.*\"event\":\"scanDatum\",\"value\":\\{\"elevation\":$2\\}" 1 "$3" 3000 \
-      > /dev/null || fail "no scan datum event $2 of sensor $sensor in $(basename "$1")"
-  done
+# True once the watch printed scan datum events of elevation -1 from both sensors after $set_at.
+datum_from_both() {
+  [[ $(lines_since "$work/events.out" '"event":"scanDatum","value":\{"elevation":-1\}' "$set_at" |
+    grep -oE '"sensor":1[67],' | sort -u | wc -l) == 2 ]]
 }
 
 ip netns exec "$ns" tshark -i lo -w "$work/loopback.pcapng" > "$work/tshark.out" 2>&1 &
@@ -86,10 +65,7 @@ tshark_pid=$!
 wait_for_text "$work/tshark.out" "Capture started." 10000 || fail "tshark did not start capturing within 10 s"
 sleep 0.3 # margin: the capture check expects every program's first SD message in the capture
 
-step "veskctl monitor: --seconds ends it"
-started=$(now_us)
-nsx "$veskctl" monitor --unicast "$MONITOR" --seconds 0.5 > "$work/short.out" 2>&1 || fail "monitor --seconds 0.5 failed"
-(($(now_us) - started < 3000000)) || fail "monitor --seconds 0.5 took $(elapsed_ms "$started" "$(now_us)") ms"
+step "veskctl monitor"
 # Not through nsx, so that $! is veskctl itself and SIGINT reaches it.
 ip netns exec "$ns" "$veskctl" monitor --unicast "$MONITOR" --json --seconds 100 > "$work/monitor.out" 2> "$work/monitor.err" &
 monitor_pid=$!
@@ -97,35 +73,25 @@ monitor_pid=$!
 step "discovery"
 start_daemon
 call list list
-# Each sensor with all services at the endpoint it offered, as list prints it; the capture check finds
-# that endpoint in the offers.
-listed="$(jq -r -s --arg sensor "$SENSOR" 'map(select(.operation == "services") | .value as $v | $v.endpoint as $e
-  | if .ok and $v.service0x0002 and $v.service0x0003 and $v.service0x0004 and ($e | split(":")[0]) == $sensor
-    then "\(.sensorHex)=\($e | split(":")[1])" else "bad" end) | join(",")' "$work/list.out")"
-[[ "$listed" =~ ^0x0010=[0-9]+,0x0011=[0-9]+$ ]] || fail "list did not show sensors 0x0010 and 0x0011 with all services on $SENSOR: $listed"
+# Each sensor with all services at an endpoint on the daemon's address (the endpoint itself is
+# checked against the offers in someip_multihost.sh).
+jq -s -e --arg sensor "$SENSOR" 'map(select(.operation == "services" and .ok and .value.service0x0002
+  and .value.service0x0003 and .value.service0x0004 and (.value.endpoint | startswith($sensor + ":")))
+  | .sensorHex) == ["0x0010","0x0011"]' "$work/list.out" > /dev/null ||
+  fail "list did not show sensors 0x0010 and 0x0011 with all services on $SENSOR"
 
-step "every setter in one run, read back in later runs; events while a watch runs"
+step "every setter in one run, every getter in the next; a watch runs"
 wait_modes '["STANDBY","STANDBY"]' mode
-start_watch events 15
+# `veskctl -v watch` for 15 s, its output timestamped.
+ctl "$WATCHER" -v watch --seconds 15 2> "$work/events.err" | stamp_lines > "$work/events.out" &
+watch_pid=$!
 wait_reported "$work/events.out" 0 true "$PAIRS" 5000 > /dev/null || fail "watch did not see every service available"
-set_at=$(now_us)
 call set set --sensor 0x11 --mode scanning --frame-rate 20 --interlace 4 --control-line 1 --fill on \
   --datum -4.5 --pattern point:10:-5:3,snap,minlines:4 --destination 127.0.0.9:40000
-(($(jq -s 'map(select(.ok and .sensor == 17)) | length' "$work/set.out") == 5)) || fail "set: not 5 successful setters"
+# Every getter answers (veskctl exits 1 on a failed one), each call a request and response on the wire.
 call get_after_set get all
-# Sensor 0x0011 reads what was set; sensor 0x0010 kept its defaults.
-[[ "$(readings "$work/get_after_set.out")" == "16|7|10 NONE LINE_0 FILL_OFF|0|ACCEPTED|serial VSK-0010 · München|239.255.0.1:51016
-17|7|20 INTERLACE_4 LINE_1 FILL_ON|-4.5|ACCEPTED|serial VSK-0011 · München|127.0.0.9:40000" ]] ||
-  fail "get all after set read: $(readings "$work/get_after_set.out")"
 # The mode command runs through INITIALIZING to SCANNING in the daemon; a later run reads the result.
 wait_modes '["SCANNING"]' --sensor 0x11 mode
-for event in '"event":"scanDatum","value":\{"elevation":-4.5\}' '"event":"systemModeStatus","value":\{"mode":"SCANNING"\}' \
-  '"event":"achievedScanSettings","value":\{"value1":20,' '"event":"sensorHealthStatus","value":\{"mode":"SCANNING".*"flag1":true'; do
-  wait_for_lines "$work/events.out" "\"sensor\":17.*$event" 1 "$set_at" 3000 > /dev/null ||
-    fail "watch did not print the event $event of sensor 0x0011 after the set"
-done
-lines_since "$work/events.out" '"sensor":16.*"event":"scanDatum"' "$set_at" | grep -q . &&
-  fail "sensor 0x0010 sent a scan datum event although only 0x0011 was set"
 
 # Up to here every program was running: unicast SD went to each one's own socket, none to the
 # neighbour's wildcard one. (Once the daemon is stopped, the kernel hands what is still sent to its
@@ -134,26 +100,20 @@ step "another SOME/IP program beside ours"
 grep -qx "224.224.224.245" "$work/neighbour.out" || fail "the SD neighbour heard no SD multicast"
 leaked="$(grep -xF -e "$SENSOR" -e "$WATCHER" -e "$CALLER" "$work/neighbour.out" | sort -u | paste -sd ' ')" || true
 [[ -z "$leaked" ]] || fail "unicast SD meant for $leaked reached the SD neighbour"
-echo "the neighbour heard $(grep -cx 224.224.224.245 "$work/neighbour.out") SD multicast datagrams and no unicast SD of ours"
 
 step "SIGTERM: StopOffer makes the sensors unavailable at once"
 term_at=$(now_us)
 stop_sensord "$sensord_pid"
 gone_at=$(wait_reported "$work/events.out" "$term_at" false "$PAIRS" 3000) ||
   fail "watch did not report every service unavailable within 3 s of SIGTERM"
-grep -q "SIGTERM, withdrawing offers" "$work/sensord$generation.out" || fail "vesk-sensord did not say it withdrew its offers"
 term_ms=$(elapsed_ms "$term_at" "$gone_at")
 ((gone_at - term_at < 1000000)) || fail "unavailable only ${term_ms} ms after SIGTERM: no StopOffer seen (TTL ${TTL} s)"
 
-step "restart: available again, events resume"
+step "restart: available again"
 restart_at=$(now_us)
 start_daemon
-back_at=$(wait_reported "$work/events.out" "$restart_at" true "$PAIRS" 5000) ||
+wait_reported "$work/events.out" "$restart_at" true "$PAIRS" 5000 > /dev/null ||
   fail "watch did not see every service available again after the restart"
-echo "available again $(elapsed_ms "$restart_at" "$back_at") ms after the restart"
-set_at=$(now_us)
-call set_restart set --datum 2.5
-expect_datum_events "$work/events.out" 2.5 "$set_at"
 
 step "crash and restart within the TTL: the reboot is detected"
 reboots_before=$(grep -c "SOME/IP-SD peer $SENSOR rebooted" "$work/events.err" || true)
@@ -169,7 +129,7 @@ back_at=$(wait_reported "$work/events.out" "$gone_at" true "$PAIRS" 5000) ||
   fail "watch did not see every service available again after the reboot"
 set_at=$(now_us)
 call set_reboot set --datum -1
-expect_datum_events "$work/events.out" -1 "$set_at"
+retry_for 3000 datum_from_both || fail "no scan datum event -1 from both sensors after the reboot"
 # Multicast and unicast SD both show the restart; it is still one reboot.
 reboots_final=$(grep -c "SOME/IP-SD peer $SENSOR rebooted" "$work/events.err" || true)
 ((reboots_final == reboots_before + 1)) ||
@@ -182,17 +142,15 @@ kill -INT "$monitor_pid"
 wait_exit "$monitor_pid" 3000 && [[ "$exit_status" == 0 ]] || fail "veskctl monitor did not end with 0 on SIGINT ($exit_status)"
 ! grep -q '"type":"malformed"' "$work/monitor.out" || fail "the monitor called a datagram malformed"
 # Of the daemon's entries for instance 0x0010: the services offered before the first StopOffer, those
-# stopped with TTL 0, those offered with the reboot flag after it, and whether every offer has a TTL and
-# one UDP endpoint on the daemon's address.
+# stopped with TTL 0 and those offered with the reboot flag after it (the endpoints of the offers are
+# checked in the capture).
 got="$(jq -s -c --arg sender "$SENSOR:30490" 'def services: map(.service) | unique;
   map(select(.sender == $sender and .instance == "0x0010")) | (map(.type) | index("StopOfferService")) as $stop
   | [(.[:$stop] | map(select(.type == "OfferService")) | services),
      (map(select(.type == "StopOfferService" and .ttl == 0)) | services),
-     (.[$stop:] | map(select(.type == "OfferService" and .reboot)) | services),
-     (map(select(.type == "OfferService")) | all(.ttl > 0 and (.endpoints | length) == 1
-        and (.endpoints[0] | test("^127\\.0\\.0\\.2:[0-9]+/udp$"))))]' "$work/monitor.out")"
+     (.[$stop:] | map(select(.type == "OfferService" and .reboot)) | services)]' "$work/monitor.out")"
 three='["0x0002","0x0003","0x0004"]'
-[[ "$got" == "[$three,$three,$three,true]" ]] || fail "monitor output (offered, stopped, offered again, offers well-formed): $got"
+[[ "$got" == "[$three,$three,$three]" ]] || fail "monitor output (offered, stopped, offered again): $got"
 
 kill -TERM "$neighbour_pid"
 wait_exit "$neighbour_pid" 5000 || fail "the SD neighbour did not end"
@@ -200,6 +158,6 @@ wait_exit "$neighbour_pid" 5000 || fail "the SD neighbour did not end"
 step "wire format, decoded by tshark"
 kill -INT "$tshark_pid"
 wait_exit "$tshark_pid" 10000 || fail "tshark did not stop"
-bash "$here/someip_capture_check.sh" "$work/loopback.pcapng" "$SENSOR" 0x0010,0x0011 "$TTL" "$listed" ||
+bash "$here/someip_capture_check.sh" "$work/loopback.pcapng" "$SENSOR" 0x0010,0x0011 "$TTL" ||
   fail "the capture does not show the SOME/IP traffic that was meant"
 echo "PASS: loopback (SIGTERM ${term_ms} ms, reboot ${reboot_ms} ms to unavailable)"

@@ -1,10 +1,9 @@
 #!/usr/bin/env bash
 # veskctl doctor against networks broken on purpose, each in network namespaces of its own: a healthy
-# loop-back with vesk-sensord, an address on no interface, an interface down, multicast off on a veth,
-# strict reverse-path filtering against SD from another subnet, the SD port held without address reuse
-# and offers of another major version. Each scenario expects its verdict line and exit status: these
-# show that the probes read the facts from a real network; the exact texts and fixes drawn from the
-# facts are checked in tests/unit/tools/veskctl_doctor_test.cpp.
+# loop-back with vesk-sensord, the SD port held without address reuse, multicast off on a veth and
+# strict reverse-path filtering against SD from another subnet. Each scenario expects its verdict line
+# and exit status: these show that the probes read the facts from a real network; the exact texts and
+# fixes drawn from the facts are checked in tests/unit/tools/veskctl_doctor_test.cpp.
 # Usage: veskctl_doctor.sh <vesk-sensord> <veskctl>. Needs root; exits 77 (skipped) without it.
 set -euo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
@@ -36,7 +35,6 @@ doctor() {
 expect() {
   [[ "$doctor_status" =~ ^($2)$ ]] || fail "$4: doctor exited $doctor_status, expected $2"
   grep -qE -- "$3" "$work/$1" || fail "$4: no line matching '$3'"
-  echo "ok: $4: $(grep -E -- "$3" "$work/$1" | head -1)"
 }
 
 step "healthy: the loop-back with multicast, vesk-sensord playing two sensors"
@@ -47,20 +45,12 @@ for address in $SENSOR $CLIENT; do
 done
 ip -n "$lo_ns" route add 224.0.0.0/4 dev lo
 start_sensord "$lo_ns" "$SENSOR" sensord-lo.out --sensors 2 --offer-ttl 2
-doctor "$lo_ns" healthy.out --unicast "$CLIENT" --seconds 1.5
-expect healthy.out 0 "^PASS  getter 0x0011 +getSensorSoftwareVersion answered in" "healthy"
-[[ -z "$(grep -vE '^PASS  ' "$work/healthy.out")" ]] || fail "healthy: not every line passed"
-(($(grep -cE "^PASS  sensor 0x001[01] +services 0x0002, 0x0003, 0x0004 at $SENSOR:[0-9]+, major 0$" "$work/healthy.out") == 2)) ||
-  fail "healthy: sensors 0x0010 and 0x0011 not each listed with their three services"
-ip netns exec "$lo_ns" "$veskctl" doctor --json --unicast "$CLIENT" --seconds 0.5 --discovery-timeout 2 > "$work/healthy.json" 2>&1 ||
-  fail "healthy --json: doctor failed"
-jq -s -e 'length > 5 and all(.[]; .status == "PASS" and (.check | type) == "string"
-  and (.found | type) == "string" and has("fix") == false)' "$work/healthy.json" > /dev/null ||
-  fail "healthy --json: not one PASS object per check"
-
-step "the address on no interface"
-doctor "$lo_ns" unassigned.out --unicast 198.18.9.9 --seconds 0.3
-expect unassigned.out 1 "^FAIL  address +198\.18\.9\.9 is assigned to no interface" "address on no interface"
+# In JSON: one PASS object per check, without a fix, among them the getter of sensor 0x0011.
+doctor "$lo_ns" healthy.json --json --unicast "$CLIENT" --seconds 1.5
+[[ "$doctor_status" == 0 ]] && jq -s -e 'length > 5 and all(.[]; .status == "PASS" and (.found | type) == "string"
+  and has("fix") == false) and any(.[]; .check == "getter 0x0011"
+  and (.found | startswith("getSensorSoftwareVersion answered in")))' "$work/healthy.json" > /dev/null ||
+  fail "healthy: doctor exited $doctor_status and printed $(cat "$work/healthy.json")"
 
 step "the SD port held without address reuse"
 ip netns exec "$lo_ns" python3 -c '
@@ -76,12 +66,9 @@ expect held.out 1 "^FAIL  sd port +cannot bind $CLIENT:30490 .*python3 \(pid $ho
 kill -TERM "$holder_pid"
 wait_exit "$holder_pid" 5000 || true
 
-step "offers of major 0 against --major 1"
-doctor "$lo_ns" major.out --unicast "$CLIENT" --seconds 1 --major 1 --discovery-timeout 1
-expect major.out 1 "^WARN  sensor 0x0010 .*major differs from --major 1" "another major"
 stop_sensord "$sensord_pid"
 
-step "a veth: interface down, multicast off"
+step "a veth with multicast off"
 ip netns add "$client_ns"
 ip netns add "$sensor_ns"
 ip -n "$client_ns" link add eth0 type veth peer name eth0 netns "$sensor_ns"
@@ -92,12 +79,6 @@ for ns in "$client_ns" "$sensor_ns"; do
   ip -n "$ns" link set eth0 up
   ip -n "$ns" route add 224.0.0.0/4 dev eth0
 done
-ip -n "$client_ns" link set eth0 down
-doctor "$client_ns" down.out --unicast 198.18.2.1 --seconds 0.3
-expect down.out 1 "^FAIL  address +198\.18\.2\.1 on eth0, which is DOWN" "interface down"
-ip -n "$client_ns" link set eth0 up
-ip -n "$client_ns" route replace 224.0.0.0/4 dev eth0
-
 start_sensord "$sensor_ns" 198.18.2.2 sensord-veth.out --sensors 1 --offer-ttl 2
 ip -n "$client_ns" link set dev eth0 multicast off
 doctor "$client_ns" nomulticast.out --unicast 198.18.2.1 --seconds 1 --discovery-timeout 1
@@ -121,4 +102,4 @@ doctor "$client_ns" rpfilter.out --unicast 198.18.2.1 --seconds 1.5 --discovery-
 expect rpfilter.out 1 "^(WARN|FAIL)  rp_filter +strict \(eth0 1, all [01]\)" "strict rp_filter"
 stop_sensord "$sensord_pid"
 
-echo "PASS: veskctl doctor (7 scenarios)"
+echo "PASS: veskctl doctor (4 scenarios)"

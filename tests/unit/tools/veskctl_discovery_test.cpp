@@ -42,8 +42,6 @@ TEST(VeskctlDiscoveryTest, EndsForTheNamedSensorAfterQuietOrWithTheFleetAndSaysW
        "and 0x0004 now"},
       {"named sensor not seen", sensor11, 5000, "@10 +10 @6000 fail",
        "sensor 0x0011 not discovered within 5 s: found instead sensor 0x0010"},
-      {"named sensor, nothing at all", sensor11, 100, "@100 fail",
-       "sensor 0x0011 not discovered within 0.1 s: no sensor found"},
       {"settles 500 ms after the last new service; a service going away is no news", settle, 5000,
        "@0 w5000 @100 +10 w600 @400 +11:2 @500 w900 @700 -10:3 @899 w900 @900 done"},
       {"a service coming back is news", settle, 5000, "@100 +10 @300 -10:3 @350 +10:3 @600 w850 @850 done"},
@@ -57,8 +55,6 @@ TEST(VeskctlDiscoveryTest, EndsForTheNamedSensorAfterQuietOrWithTheFleetAndSaysW
        "(without 0x0004)"},
       {"whole fleet: done at once when the last sensor is complete", DiscoveryGoal{2, false, std::nullopt},
        5000, "@5 +10 @6 w5000 @7 +11 done"},
-      {"whole fleet, none", DiscoveryGoal{3, false, std::nullopt}, 5000, "@5000 fail",
-       "only 0 of 3 sensors discovered with all services within 5 s; no sensor found"},
   };
   const auto start = DiscoveryWait::Clock::time_point() + 1h;
   for (const auto& test : cases) {

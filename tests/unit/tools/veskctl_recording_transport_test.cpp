@@ -1,48 +1,40 @@
 // The transport veskctl hands to the library remembers each thread's last call result, so that a
 // failed getter is explained by its own code. (That it forwards every operation, the end-to-end tests
-// show: every veskctl run goes through it.)
+// show: every veskctl run goes through it.) The simulated fleet underneath answers with distinct codes:
+// 0x04 before connect, 0x02 for an instance it does not have.
 
 #include <gtest/gtest.h>
 
 #include <thread>
 
 #include "recording_transport.hpp"
-#include "support/mock_transport.hpp"
+#include "simulator/simulated_fleet.hpp"
 
 namespace {
 
 using kov::tools::veskctl::RecordingTransport;
-using kov::tools::veskctl::TransportKind;
 using Result = kov::platform::networking::ISomeIpTransport::Result;
-using ::testing::_;
-using ::testing::Return;
 
 TEST(VeskctlRecordingTransportTest, KeepsTheLastCallResultOfEachThreadUntilForgotten) {
-  auto mock = std::make_shared<kov::test::MockTransport>();
-  RecordingTransport transport(mock, TransportKind::Simulator);
-  char buffer[1] = {'q'};
-  EXPECT_CALL(*mock, callMethod(_, 0x8001, buffer, 1, buffer, 1))
-      .WillOnce(Return(static_cast<Result>(5)))
-      .WillOnce(Return(static_cast<Result>(0x20)));
-  EXPECT_CALL(*mock, connect()).WillOnce(Return(static_cast<Result>(7)));
+  RecordingTransport transport(
+      std::make_shared<kov::tools::simulator::SimulatedFleet>(kov::tools::simulator::FleetConfig{}),
+      kov::tools::veskctl::TransportKind::SomeIp);
+  const auto last = [] {  // transport kind (SomeIp: 1) and result, as 0xKRRR
+    const auto call = RecordingTransport::lastCall();
+    return call ? static_cast<int>(call->transport) * 0x1000 + static_cast<int>(call->result) : -1;
+  };
   RecordingTransport::forgetLastCall();
-  EXPECT_FALSE(RecordingTransport::lastCall());
-  EXPECT_EQ(transport.callMethod({3, 16}, 0x8001, buffer, 1, buffer, 1), static_cast<Result>(5));
-  EXPECT_EQ(transport.connect(), static_cast<Result>(7));  // only callMethod is recorded
-
+  EXPECT_EQ(last(), -1);
+  EXPECT_EQ(transport.callMethod({3, 0x10}, 0x8007, nullptr, 0, nullptr, 0), static_cast<Result>(4));
+  ASSERT_EQ(transport.connect(), Result::Ok);  // only callMethod is recorded
   std::thread([&] {
-    EXPECT_FALSE(RecordingTransport::lastCall());
-    transport.callMethod({3, 16}, 0x8001, buffer, 1, buffer, 1);
-    ASSERT_TRUE(RecordingTransport::lastCall());
-    EXPECT_EQ(RecordingTransport::lastCall()->result, static_cast<Result>(0x20));
+    EXPECT_EQ(last(), -1);
+    EXPECT_EQ(transport.callMethod({3, 0x99}, 0x8007, nullptr, 0, nullptr, 0), static_cast<Result>(2));
+    EXPECT_EQ(last(), 0x1002);
   }).join();
-
-  const auto last = RecordingTransport::lastCall();
-  ASSERT_TRUE(last);
-  EXPECT_EQ(last->transport, TransportKind::Simulator);
-  EXPECT_EQ(last->result, static_cast<Result>(5));
+  EXPECT_EQ(last(), 0x1004);
   RecordingTransport::forgetLastCall();
-  EXPECT_FALSE(RecordingTransport::lastCall());
+  EXPECT_EQ(last(), -1);
 }
 
 }  // namespace
