@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -39,17 +38,6 @@ TEST(Process, ForkedChildUsesItsOwnProcessId) {
   }
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
   EXPECT_EQ(process::getIdOfCurrentProcess(), parent);
-}
-
-TEST(Process, EnableCoreDumpReportsWhetherLimitsChanged) {
-  rlimit before{};
-  rlimit after{};
-  ASSERT_EQ(getrlimit(RLIMIT_CORE, &before), 0);
-  const bool enabled = process::enableCoreDump();
-  ASSERT_EQ(getrlimit(RLIMIT_CORE, &after), 0);
-  const rlimit expected = enabled ? rlimit{RLIM_INFINITY, RLIM_INFINITY} : before;
-  EXPECT_TRUE(after.rlim_cur == expected.rlim_cur && after.rlim_max == expected.rlim_max);
-  ASSERT_EQ(setrlimit(RLIMIT_CORE, &before), 0);
 }
 
 }  // namespace
