@@ -77,9 +77,8 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
   /// False when no availability handler is registered.
   bool reportAvailability(const Address& address, bool available) {
     const auto handler = locked([&] { return availability_; });
-    if (handler) {
+    if (handler)
       (*handler)(address, available);
-    }
     return handler != nullptr;
   }
   /// False when nothing subscribed to the events of `address`. Allocates nothing.
@@ -88,9 +87,8 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
       const auto found = events_.find(address);
       return found == events_.end() ? nullptr : found->second;
     });
-    if (handler) {
+    if (handler)
       (*handler)(eventId, data, size);
-    }
     return handler != nullptr;
   }
 
@@ -129,13 +127,10 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
       record(line.str());
     }
     const auto answer = answers.find(methodId);
-    if (answer == answers.end()) {
-      return Result::Ok;
-    }
-    const auto& [result, bytes] = answer->second;
-    if (response != nullptr && !bytes.empty()) {
+    const auto& [result, bytes] =
+        answer == answers.end() ? std::pair(Result::Ok, std::vector<std::uint8_t>{}) : answer->second;
+    if (response != nullptr && !bytes.empty())
       std::memcpy(response, bytes.data(), std::min(bytes.size(), responseSize));
-    }
     return result;
   }
   /// Recorded as "subscribeEvents <address> <group>: <event ids>".
@@ -147,9 +142,8 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
                 [&] { events_[address] = std::make_shared<const EventHandler>(std::move(handler)); })) {
       return false;
     }
-    if (onSubscribeEvents) {
+    if (onSubscribeEvents)
       onSubscribeEvents(address);
-    }
     return true;
   }
   bool unsubscribeEvents(const Address& address) override {
@@ -177,13 +171,11 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
   /// lock.
   bool record(const std::string& line, const std::function<void()>& change = {}) {
     return locked([&] {
-      if (!line.empty()) {
+      if (!line.empty())
         calls_.push_back(line);
-      }
       const bool succeeds = failing.count(line) == 0U;
-      if (succeeds && change) {
+      if (succeeds && change)
         change();
-      }
       return succeeds;
     });
   }

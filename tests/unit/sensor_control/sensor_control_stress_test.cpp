@@ -112,9 +112,8 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
     EXPECT_TRUE(control->shutdown());
     control.reset();
     finish = true;
-    for (auto& thread : threads) {
+    for (auto& thread : threads)
       thread.join();
-    }
     EXPECT_GT(delivered, 0) << "no event reached a client";
     EXPECT_EQ(registry.size(), SENSORS);
     registry.clear();  // the last references: the clients unsubscribe their events now

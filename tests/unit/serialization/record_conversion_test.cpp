@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 
 #include "wire_bytes.hpp"
 
@@ -14,42 +13,6 @@ using wire::convert;
 Lines noSymbol(const std::string& from, std::uint64_t value, const std::string& to) {
   return {"ERROR: cannot convert kov::drivers::lidar::vesk::" + from + " value \"" + std::to_string(value) +
           "\" to kov::drivers::lidar::vesk::" + to + " because target has no symbol for this value"};
-}
-
-/// Typed values 0..20 and 0xFFFFFFFF, and every wire byte, against the tables. A refused value logs one
-/// line and leaves the target as it was.
-template <typename Typed, typename Wire>
-void checkTables(const std::string& typed, const std::string& onWire, std::map<std::uint32_t, int> out,
-                 std::map<int, std::uint32_t> in) {
-  LogCapture log;
-  for (std::uint64_t value = 0; value <= 0xFFFFFFFF; value = value == 20 ? 0xFFFFFFFF : value + 1) {
-    log.clear();
-    auto target = static_cast<Wire>(0xAA);
-    const bool known = out.count(static_cast<std::uint32_t>(value)) != 0;
-    EXPECT_EQ(convert(static_cast<Typed>(value), target), known) << typed << value;
-    EXPECT_EQ(static_cast<int>(target), known ? out[static_cast<std::uint32_t>(value)] : 0xAA) << value;
-    EXPECT_EQ(log.lines(), known ? Lines{} : noSymbol(typed, value, onWire));
-  }
-  for (int byte = 0; byte <= 0xFF; ++byte) {
-    log.clear();
-    auto target = static_cast<Typed>(0xDEAD);
-    const bool known = in.count(byte) != 0;
-    EXPECT_EQ(convert(static_cast<Wire>(byte), target), known) << onWire << byte;
-    EXPECT_EQ(static_cast<std::uint32_t>(target), known ? in[byte] : 0xDEAD) << onWire << byte;
-    EXPECT_EQ(log.lines(), known ? Lines{} : noSymbol(onWire, std::uint64_t(byte), typed));
-  }
-}
-
-TEST(EnumerationConversion, TablesBothWays) {
-  checkTables<types::ScanHorizontalInterlaceMode, wire::ScanHorizontalInterlaceMode>(
-      "types::ScanHorizontalInterlaceMode", "serialization::ScanHorizontalInterlaceMode",
-      {{0, 0}, {1, 2}, {2, 3}, {3, 4}, {4, 8}}, {{0, 0}, {2, 1}, {3, 2}, {4, 3}, {8, 4}});
-  // Every status byte up to 13 except 7 reads as 1; 1 is written as 13.
-  std::map<int, std::uint32_t> statusIn{{7, 2}, {14, 3}};
-  for (int byte = 0; byte <= 13; ++byte)
-    statusIn.emplace(byte, 1);
-  checkTables<types::SystemModeStatus, wire::SystemModeStatus>(
-      "types::SystemModeStatus", "serialization::SystemModeStatus", {{1, 13}, {2, 7}, {3, 14}}, statusIn);
 }
 
 TEST(RecordConversion, BytesBoundsAndPartialWrites) {
