@@ -182,15 +182,6 @@ TEST_F(ClientTest, MethodsSendExactBytesAndSizesAndFailuresAreLoggedOnce) {
     EXPECT_TRUE(operation(*client)) << call;
     EXPECT_EQ(transport->takeCalls(), Strings{"callMethod " + call});
   }
-  // A transport that writes nothing leaves the response buffer's start value: 10 Hz, all else zero.
-  types::DesiredScanSettings settings{25.0F, types::ScanHorizontalInterlaceMode::INTERLACE_2,
-                                      types::ScanControlLine::LINE_1, types::ScanFillMode::FILL_ON};
-  EXPECT_TRUE(client->getDesiredScanSettings(settings));
-  EXPECT_EQ(std::tuple(settings.frameRate, settings.horizontalInterlaceMode, settings.controlLine,
-                       settings.fillMode),
-            std::tuple(10.0F, types::ScanHorizontalInterlaceMode{}, types::ScanControlLine{},
-                       types::ScanFillMode{}));
-  transport->takeCalls();
 
   // Failed and refused calls are logged once and leave the output untouched.
   transport->answers = {{0x8003, {Result::Timeout, {}}},

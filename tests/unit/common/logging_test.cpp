@@ -19,7 +19,6 @@
 #include "common/log/log_data.hpp"
 #include "common/log/log_message.hpp"
 #include "common/log/stream_logger.hpp"
-#include "common/log/system_logger.hpp"
 #include "process/kov_platform_posix_process.hpp"
 
 namespace {
@@ -80,7 +79,7 @@ std::string prefix() {
   return ids() + (name[0] == 0 ? "" : "(" + std::string(name) + ")") + "] ";
 }
 
-TEST(LogMessage, DefaultFormatKeptRecordsCustomPrefixAndCutAfter511Characters) {
+TEST(LogMessage, DefaultFormatKeptRecordsCustomPrefixCutAfter511CharactersAndFileNames) {
   KeepingLogger logger;
   KeepingLogger custom(false);
   const std::string cut(511 - 13, 'a');  // after "INFO - f(1): "
@@ -109,13 +108,10 @@ TEST(LogMessage, DefaultFormatKeptRecordsCustomPrefixAndCutAfter511Characters) {
 
   ThrowingLogger throwing;
   EXPECT_NO_THROW(log(throwing, LogLevel::ERROR, "lost"));
-}
 
-TEST(LogMessage, FileNames) {
-  std::string names;
-  for (const char* path : {"a/b/c", "a\\b\\c", "a/b\\c", "plain", "dir/"}) {
+  std::string names;  // file names
+  for (const char* path : {"a/b/c", "a\\b\\c", "a/b\\c", "plain", "dir/"})
     names += LogData(path, {}, LogLevel::INFO, 0, 0, 0).getFileName() + "|";
-  }
   EXPECT_EQ(names, "c|c|b\\c|plain||");
   EXPECT_THROW(LogData(nullptr, {}, LogLevel::INFO, 0, 0, 0).getFileName(), std::logic_error);
 }
@@ -250,20 +246,6 @@ TEST(LogRecordReuse, DroppedRecordsAreFormattedForEveryoneWhoReadsThem) {
   }
   LogMessage("a/b", 1, LogLevel::DEBUG, own).getStream() << "now written";
   EXPECT_EQ(own.getString(), prefix() + "DEBUG: now written\n");
-}
-
-TEST(SystemLogger, DefaultsToStdErrLoggerAndReportsDeadReferenceOnce) {
-  const std::weak_ptr<ILogger> held = SystemLoggerSingleton::instance().logger;
-  EXPECT_NE(dynamic_cast<StdErrLogger*>(held.lock().get()), nullptr);
-  SystemLoggerSingleton::destroy();
-  EXPECT_TRUE(held.expired());
-  try {
-    SystemLoggerSingleton::instance();
-    ADD_FAILURE() << "no dead reference reported";
-  } catch (const std::logic_error& error) {
-    EXPECT_STREQ(error.what(), "Dead Reference Detected");
-  }
-  EXPECT_NE(dynamic_cast<StdErrLogger*>(SystemLoggerSingleton::instance().logger.get()), nullptr);
 }
 
 }  // namespace
