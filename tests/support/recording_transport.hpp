@@ -116,11 +116,11 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
       std::ostringstream line;
       line << "callMethod " << addressText(address) << std::hex << " 0x" << methodId << " "
            << std::setfill('0');
-      for (std::size_t i = 0; request != nullptr && requestSize <= 32 && i < requestSize; ++i) {
-        line << std::setw(2) << unsigned{static_cast<const std::uint8_t*>(request)[i]};
-      }
+      const auto* bytes = static_cast<const std::uint8_t*>(request);
+      for (std::size_t i = 0; bytes != nullptr && requestSize <= 32 && i < requestSize; ++i)
+        line << std::setw(2) << unsigned{bytes[i]};
       line << std::dec
-           << (request == nullptr ? "null"
+           << (bytes == nullptr   ? "null"
                : requestSize > 32 ? "(" + std::to_string(requestSize) + " bytes)"
                                   : "")
            << " " << (response == nullptr ? "null" : std::to_string(responseSize));
@@ -136,15 +136,13 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
   /// Recorded as "subscribeEvents <address> <group>: <event ids>".
   bool subscribeEvents(const Address& address, std::uint16_t group,
                        const std::vector<std::uint16_t>& eventIds, EventHandler handler) override {
-    if (!record(quiet
-                    ? ""
-                    : "subscribeEvents " + addressText(address) + hexList({group}) + ":" + hexList(eventIds),
-                [&] { events_[address] = std::make_shared<const EventHandler>(std::move(handler)); })) {
-      return false;
-    }
-    if (onSubscribeEvents)
+    const std::string line =
+        quiet ? "" : "subscribeEvents " + addressText(address) + hexList({group}) + ":" + hexList(eventIds);
+    const bool subscribed =
+        record(line, [&] { events_[address] = std::make_shared<const EventHandler>(std::move(handler)); });
+    if (subscribed && onSubscribeEvents)
       onSubscribeEvents(address);
-    return true;
+    return subscribed;
   }
   bool unsubscribeEvents(const Address& address) override {
     bool erased = false;
@@ -161,9 +159,8 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
  private:
   static std::string hexList(const std::vector<std::uint16_t>& ids) {
     std::ostringstream text;
-    for (const auto id : ids) {
+    for (const auto id : ids)
       text << std::hex << " 0x" << id;
-    }
     return text.str();
   }
 

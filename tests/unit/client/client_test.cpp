@@ -154,9 +154,8 @@ std::function<bool(ClientA&)> get(bool (ClientA::*getter)(Out&) const) {
 }
 
 TEST_F(ClientTest, MethodsSendExactBytesAndSizesAndFailuresAreLoggedOnce) {
-  for (const std::uint16_t service : {2, 3, 4}) {
+  for (const std::uint16_t service : {2, 3, 4})
     ASSERT_TRUE(client->setAvailable({service, 0x11}, true));
-  }
   transport->takeCalls();
   const types::DesiredScanSettings desired{20.0F, types::ScanHorizontalInterlaceMode::INTERLACE_8,
                                            types::ScanControlLine::LINE_1, types::ScanFillMode::FILL_ON};
@@ -247,8 +246,7 @@ TEST(ClientEventCache, CopiesAreWholeWhileEventsArrive) {
       transport->deliverEvent({2, 0x10}, 2, payload.data(), payload.size());
     }
   });
-  int mixed = 0;
-  int seenOnes = 0;
+  int mixed = 0, seenOnes = 0;
   for (int read = 0; read < 20'000 || (seenOnes == 0 && read < 50'000'000); ++read) {
     types::SensorHealthStatus health{};
     client.copyEvent(health);

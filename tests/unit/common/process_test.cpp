@@ -30,12 +30,10 @@ TEST(Process, ForkedChildUsesItsOwnProcessId) {
     _exit(logger.getString().rfind("[" + std::to_string(getpid()) + ".", 0) == 0 ? 0 : 1);
   }
   int status = -1;
-  for (int i = 0; i < 1000 && waitpid(child, &status, WNOHANG) == 0; ++i) {
+  for (int i = 0; i < 1000 && waitpid(child, &status, WNOHANG) == 0; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  if (status == -1 && kill(child, SIGKILL) == 0) {
+  if (status == -1 && kill(child, SIGKILL) == 0)
     waitpid(child, &status, 0);
-  }
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
   EXPECT_EQ(process::getIdOfCurrentProcess(), parent);
 }

@@ -44,9 +44,8 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
     });
     ASSERT_TRUE(control->init());
     const auto waitFor = [](const std::atomic<int>& count, int more) {
-      for (int wait = 0, from = count; wait < 2000 && count < from + more; ++wait) {
+      for (int wait = 0, from = count; wait < 2000 && count < from + more; ++wait)
         std::this_thread::sleep_for(std::chrono::microseconds(500));
-      }
     };
 
     std::atomic<bool> finish{false};
@@ -56,9 +55,8 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
     const auto spawn = [&](std::function<void(unsigned, std::uint16_t)> perSensor) {
       threads.emplace_back([&, perSensor] {
         for (unsigned round = 0; !finish; ++round) {
-          for (std::uint16_t sensor = FIRST_SENSOR; sensor < FIRST_SENSOR + SENSORS; ++sensor) {
+          for (std::uint16_t sensor = FIRST_SENSOR; sensor < FIRST_SENSOR + SENSORS; ++sensor)
             perSensor(round, sensor);
-          }
         }
       });
     };
@@ -72,9 +70,8 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
     }
     for (std::uint8_t fill = 0; fill < 2; ++fill) {
       spawn([&, payload = std::vector<std::uint8_t>(22, fill)](unsigned, std::uint16_t sensor) {
-        for (const auto& [service, id, size] : EVENTS) {
+        for (const auto& [service, id, size] : EVENTS)
           delivered += transport->deliverEvent({service, sensor}, id, payload.data(), size) ? 1 : 0;
-        }
       });
       // Events keep arriving: read whole records under the client's event lock.
       spawn([&](unsigned, std::uint16_t sensor) {
@@ -99,9 +96,8 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
       ASSERT_TRUE(control->stop());
       EXPECT_EQ(transport->eventSubscriptionCount(), 0U) << "cycle " << cycle;
       std::scoped_lock lock(registryMutex);
-      for (const auto& entry : registry) {
+      for (const auto& entry : registry)
         EXPECT_FALSE(entry.second->hasAvailableService()) << "cycle " << cycle;
-      }
     }
 
     ASSERT_TRUE(control->start());
@@ -137,9 +133,8 @@ TEST(SensorControlRace, SimultaneousFirstReportsOfOneSensorShareOneClient) {
     ASSERT_TRUE(control->start());
     std::atomic<int> ready{0};
     const auto report = [&](std::uint16_t service) {
-      for (++ready; ready < 2;) {
+      for (++ready; ready < 2;)
         std::this_thread::yield();
-      }
       transport->reportAvailability({service, 0x77}, true);
     };
     std::thread first(report, 2), second(report, 3);
