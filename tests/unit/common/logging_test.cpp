@@ -147,7 +147,10 @@ TEST(StreamLogger, EveryLineShowsTheThreadsNameOfThatMoment) {
     kov::platform::process::setNameOfCurrentThread("abcdefghijklmnopqrst");  // cut to 15 characters
     log(logger, LogLevel::INFO, "named");
     ASSERT_EQ(pthread_setname_np(pthread_self(), "io"), 0);  // renamed without the library
+    // A global locale other than the classic one (numbers alike) has the prefix written by the stream.
+    const std::locale old = std::locale::global(std::locale(std::locale::classic(), new std::numpunct<char>));
     log(logger, LogLevel::WARN, "renamed");
+    std::locale::global(old);
     ASSERT_EQ(pthread_setname_np(pthread_self(), ""), 0);
     log(logger, LogLevel::ERROR, "unnamed");
   }).join();

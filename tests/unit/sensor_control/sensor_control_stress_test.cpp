@@ -27,8 +27,7 @@ constexpr std::array<std::array<std::uint16_t, 3>, 6> EVENTS{
 // Reports, events and getters run on their own threads all along while the main thread stops and
 // restarts the object in the middle of them, then tears it down under the same load.
 TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
-  alarm(240);  // a deadlock ends the program instead of hanging it
-  constexpr int CYCLES = 40;
+  alarm(240);               // a deadlock ends the program instead of hanging it
   const LoggerScope quiet;  // readers log a warning for each call on an unavailable service
   auto transport = std::make_shared<RecordingTransport>();
   transport->quiet = true;
@@ -90,7 +89,7 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
     }
 
     // After a successful stop no client is available and no event subscription is left.
-    for (int cycle = 0; cycle < CYCLES; ++cycle) {
+    for (int cycle = 0; cycle < 40; ++cycle) {
       ASSERT_TRUE(control->start());
       waitFor(announcements, 40);  // some reports, then a stop in the middle of them
       ASSERT_TRUE(control->stop());
