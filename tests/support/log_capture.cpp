@@ -8,26 +8,14 @@
 
 namespace kov::test {
 
-LogCapture::LogCapture() : logger_(std::make_shared<kov::common::log::StringLogger>()) {
+LogCapture::LogCapture() {
   logger_->setDiscardLevel(static_cast<kov::common::log::LogLevel>(0));
-  auto& holder = kov::common::log::SystemLoggerSingleton::instance();
-  previous_ = holder.logger;
-  holder.logger = logger_;
-}
-
-LogCapture::~LogCapture() {
-  kov::common::log::SystemLoggerSingleton::instance().logger = previous_;
-}
-
-std::string LogCapture::text() const {
-  return logger_->getString();
 }
 
 std::vector<std::string> LogCapture::lines() const {
   std::vector<std::string> result;
   std::istringstream input(text());
-  std::string line;
-  while (std::getline(input, line)) {
+  for (std::string line; std::getline(input, line);) {
     const auto prefixEnd = line.find("] ");
     result.push_back(prefixEnd == std::string::npos ? line : line.substr(prefixEnd + 2));
   }
@@ -35,13 +23,8 @@ std::vector<std::string> LogCapture::lines() const {
 }
 
 std::size_t LogCapture::count(const std::string& level, const std::string& message) const {
-  const std::string wanted = level + ": " + message;
   const auto all = lines();
-  return static_cast<std::size_t>(std::count(all.begin(), all.end(), wanted));
-}
-
-void LogCapture::clear() {
-  logger_->clear();
+  return static_cast<std::size_t>(std::count(all.begin(), all.end(), level + ": " + message));
 }
 
 LoggerScope::LoggerScope(std::shared_ptr<kov::common::log::ILogger> logger)

@@ -77,9 +77,8 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
   /// False when no availability handler is registered.
   bool reportAvailability(const Address& address, bool available) {
     const auto handler = locked([&] { return availability_; });
-    if (handler) {
+    if (handler)
       (*handler)(address, available);
-    }
     return handler != nullptr;
   }
   /// False when nothing subscribed to the events of `address`. Allocates nothing.
@@ -88,9 +87,8 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
       const auto found = events_.find(address);
       return found == events_.end() ? nullptr : found->second;
     });
-    if (handler) {
+    if (handler)
       (*handler)(eventId, data, size);
-    }
     return handler != nullptr;
   }
 
@@ -118,39 +116,33 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
       std::ostringstream line;
       line << "callMethod " << addressText(address) << std::hex << " 0x" << methodId << " "
            << std::setfill('0');
-      for (std::size_t i = 0; request != nullptr && requestSize <= 32 && i < requestSize; ++i) {
-        line << std::setw(2) << unsigned{static_cast<const std::uint8_t*>(request)[i]};
-      }
+      const auto* bytes = static_cast<const std::uint8_t*>(request);
+      for (std::size_t i = 0; bytes != nullptr && requestSize <= 32 && i < requestSize; ++i)
+        line << std::setw(2) << unsigned{bytes[i]};
       line << std::dec
-           << (request == nullptr ? "null"
+           << (bytes == nullptr   ? "null"
                : requestSize > 32 ? "(" + std::to_string(requestSize) + " bytes)"
                                   : "")
            << " " << (response == nullptr ? "null" : std::to_string(responseSize));
       record(line.str());
     }
     const auto answer = answers.find(methodId);
-    if (answer == answers.end()) {
-      return Result::Ok;
-    }
-    const auto& [result, bytes] = answer->second;
-    if (response != nullptr && !bytes.empty()) {
+    const auto& [result, bytes] =
+        answer == answers.end() ? std::pair(Result::Ok, std::vector<std::uint8_t>{}) : answer->second;
+    if (response != nullptr && !bytes.empty())
       std::memcpy(response, bytes.data(), std::min(bytes.size(), responseSize));
-    }
     return result;
   }
   /// Recorded as "subscribeEvents <address> <group>: <event ids>".
   bool subscribeEvents(const Address& address, std::uint16_t group,
                        const std::vector<std::uint16_t>& eventIds, EventHandler handler) override {
-    if (!record(quiet
-                    ? ""
-                    : "subscribeEvents " + addressText(address) + hexList({group}) + ":" + hexList(eventIds),
-                [&] { events_[address] = std::make_shared<const EventHandler>(std::move(handler)); })) {
-      return false;
-    }
-    if (onSubscribeEvents) {
+    const std::string line =
+        quiet ? "" : "subscribeEvents " + addressText(address) + hexList({group}) + ":" + hexList(eventIds);
+    const bool subscribed =
+        record(line, [&] { events_[address] = std::make_shared<const EventHandler>(std::move(handler)); });
+    if (subscribed && onSubscribeEvents)
       onSubscribeEvents(address);
-    }
-    return true;
+    return subscribed;
   }
   bool unsubscribeEvents(const Address& address) override {
     bool erased = false;
@@ -167,9 +159,8 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
  private:
   static std::string hexList(const std::vector<std::uint16_t>& ids) {
     std::ostringstream text;
-    for (const auto id : ids) {
+    for (const auto id : ids)
       text << std::hex << " 0x" << id;
-    }
     return text.str();
   }
 
@@ -177,13 +168,11 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
   /// lock.
   bool record(const std::string& line, const std::function<void()>& change = {}) {
     return locked([&] {
-      if (!line.empty()) {
+      if (!line.empty())
         calls_.push_back(line);
-      }
       const bool succeeds = failing.count(line) == 0U;
-      if (succeeds && change) {
+      if (succeeds && change)
         change();
-      }
       return succeeds;
     });
   }

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,25 +30,12 @@ TEST(Process, ForkedChildUsesItsOwnProcessId) {
     _exit(logger.getString().rfind("[" + std::to_string(getpid()) + ".", 0) == 0 ? 0 : 1);
   }
   int status = -1;
-  for (int i = 0; i < 1000 && waitpid(child, &status, WNOHANG) == 0; ++i) {
+  for (int i = 0; i < 1000 && waitpid(child, &status, WNOHANG) == 0; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  if (status == -1 && kill(child, SIGKILL) == 0) {
+  if (status == -1 && kill(child, SIGKILL) == 0)
     waitpid(child, &status, 0);
-  }
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
   EXPECT_EQ(process::getIdOfCurrentProcess(), parent);
-}
-
-TEST(Process, EnableCoreDumpReportsWhetherLimitsChanged) {
-  rlimit before{};
-  rlimit after{};
-  ASSERT_EQ(getrlimit(RLIMIT_CORE, &before), 0);
-  const bool enabled = process::enableCoreDump();
-  ASSERT_EQ(getrlimit(RLIMIT_CORE, &after), 0);
-  const rlimit expected = enabled ? rlimit{RLIM_INFINITY, RLIM_INFINITY} : before;
-  EXPECT_TRUE(after.rlim_cur == expected.rlim_cur && after.rlim_max == expected.rlim_max);
-  ASSERT_EQ(setrlimit(RLIMIT_CORE, &before), 0);
 }
 
 }  // namespace

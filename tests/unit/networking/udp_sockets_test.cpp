@@ -1,7 +1,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -23,14 +22,6 @@ std::string boundAddress(int fd) {
   return std::string(inet_ntoa(address.sin_addr)) + ":" + std::to_string(ntohs(address.sin_port));
 }
 
-template <typename T>
-T option(int fd, int name) {
-  T value{};
-  socklen_t length = sizeof(value);
-  EXPECT_EQ(getsockopt(fd, SOL_SOCKET, name, &value, &length), 0);
-  return value;
-}
-
 TEST(UdpSockets, FailedCallsLogTheirLineOnceAndLeaveOutputsAlone) {
   kov::test::LogCapture log;
   int sock = 5;
@@ -43,10 +34,9 @@ TEST(UdpSockets, FailedCallsLogTheirLineOnceAndLeaveOutputsAlone) {
   std::size_t received = 99;
   char buffer[4] = {};
   for (const NetworkResult result :
-       {net::closeSocket(sock), udp::setReuseAddress(-1, true), udp::setReuseAddress(-1, false),
-        udp::setSocketBroadcast(-1), udp::setSocketPollTimeout(-1, 250ms),
-        udp::bindSocketRandomPort(-1, "127.0.0.1", port), udp::bindSocket(-1, 9),
-        udp::bindSocket(-1, "1.2.3.4", 9), udp::joinMulticastGroup(-1, {"239.1.2.3", "127.0.0.1"}),
+       {net::closeSocket(sock), udp::setReuseAddress(-1, true), udp::setSocketPollTimeout(-1, 250ms),
+        udp::bindSocketRandomPort(-1, "127.0.0.1", port), udp::bindSocket(-1, "1.2.3.4", 9),
+        udp::joinMulticastGroup(-1, {"239.1.2.3", "127.0.0.1"}),
         udp::sendToAddress(-1, "127.0.0.1", 9, "abc", 3), udp::tryRead(-1, buffer, 4, received)}) {
     EXPECT_EQ(result, NetworkResult::SYSTEM_ERROR);
   }
@@ -58,11 +48,8 @@ TEST(UdpSockets, FailedCallsLogTheirLineOnceAndLeaveOutputsAlone) {
           e + "openSocket - socket_ is potentially open, not doing anything!",
           "ERROR: closeSocket() - error closing socket; error mesage: Bad file descriptor",
           e + "setReuseAddress() - error turning on UDP socket reuse address option" + ebadf,
-          e + "setReuseAddress() - error turning off UDP socket reuse address option" + ebadf,
-          e + "setSocketBroadcast() - error setting UDP socket to broadcast" + ebadf,
           e + "setSocketPollTimeout() - error setting UDP socket poll timeout to 250 ms" + ebadf,
           e + "bindSocketRandomPort - error binding UDP socket_ to 127.0.0.1 and random port" + ebadf,
-          e + "bindSocket - error binding UDP socket_ to local port 9" + ebadf,
           e + "bindSocket - error binding socket_ to local address/port 1.2.3.4:9" + ebadf,
           e +
               "joinMulticastGroup() - error joining multicast group address \"239.1.2.3\" on local address "
@@ -72,7 +59,7 @@ TEST(UdpSockets, FailedCallsLogTheirLineOnceAndLeaveOutputsAlone) {
           e + "tryReadFrom() - error reading from UDP socket" + ebadf}));
 }
 
-TEST(UdpSockets, OptionsBindsAndReadsThatReportSenderTruncateAndTimeOutQuietly) {
+TEST(UdpSockets, SettersBindsAndReadsThatReportSenderTruncateAndTimeOutQuietly) {
   kov::test::LogCapture log;
   // Two sockets on 127.0.0.1 at ports of the system's choice; reads bounded by 2 s.
   int receiver = -1, sender = -1;
@@ -87,16 +74,9 @@ TEST(UdpSockets, OptionsBindsAndReadsThatReportSenderTruncateAndTimeOutQuietly) 
               udp::setSocketBroadcast(sender) == NetworkResult::OK &&
               udp::setSocketPollTimeout(sender, 1500ms) == NetworkResult::OK &&
               udp::joinMulticastGroup(sender, {"239.255.10.20", "127.0.0.1"}) == NetworkResult::OK);
-  const auto timeout = option<timeval>(sender, SO_RCVTIMEO);
-  EXPECT_TRUE(option<int>(sender, SO_REUSEADDR) == 1 && option<int>(sender, SO_BROADCAST) == 1 &&
-              timeout.tv_sec == 1 && timeout.tv_usec == 500000);
-  EXPECT_EQ(udp::setReuseAddress(sender, false), NetworkResult::OK);
-  EXPECT_EQ(option<int>(sender, SO_REUSEADDR), 0);
 
-  for (const std::string text :
-       {"plain", "address", "and port", "ip", "port", "abcdefghijklmnopqrstuvwxyz", ""}) {
+  for (const std::string text : {"plain", "address", "ip", "abcdefghijklmnopqrstuvwxyz", ""})
     ASSERT_EQ(udp::sendToAddress(sender, "127.1", receiverPort, text.data(), text.size()), NetworkResult::OK);
-  }
   char buffer[10] = {};
   std::size_t received = 99;
   std::string address = "kept";
@@ -113,33 +93,26 @@ TEST(UdpSockets, OptionsBindsAndReadsThatReportSenderTruncateAndTimeOutQuietly) 
            got();
   };
   const std::string from = ":" + std::to_string(senderPort);
-  const std::uint8_t loopback[] = {127, 0, 0, 1};  // network order, as the socket address holds it
 
   ASSERT_EQ(udp::tryRead(receiver, buffer, sizeof(buffer), received), NetworkResult::OK);
   EXPECT_EQ(got(), "plain kept:1");
   EXPECT_EQ(read(address), "OK address 127.0.0.1:1");
-  EXPECT_EQ(read(address, port), "OK and port 127.0.0.1" + from);
   EXPECT_EQ(read(ip, port), "OK ip kept" + from);
-  EXPECT_EQ(std::memcmp(&ip, loopback, 4), 0);
-  EXPECT_EQ(read(port), "OK port kept" + from);
+  EXPECT_EQ(ip, inet_addr("127.0.0.1"));  // network order, as the socket address holds it
   // Oversized: cut to the buffer, the rest lost. Empty datagram and time-out: NO_DATA, outputs untouched.
   EXPECT_EQ(read(address), "OK abcdefghij 127.0.0.1:1");
   EXPECT_EQ(read(ip, port) + std::to_string(ip), "NO_DATA  kept:10");
   ASSERT_EQ(udp::setSocketPollTimeout(receiver, 20ms), NetworkResult::OK);
   EXPECT_EQ(read(address, port), "NO_DATA  kept:1");
 
-  // Once its socket closes, a fixed bind gets the port, on every address; the bind parser is strict:
-  // a short form is no address and binds to every address.
+  // Once its socket closes, a fixed bind gets the port, on every address.
   net::closeSocket(receiver);
   net::closeSocket(sender);
-  receiver = sender = -1;
-  ASSERT_TRUE(udp::openSocket(receiver) == NetworkResult::OK && udp::openSocket(sender) == NetworkResult::OK);
+  receiver = -1;
+  ASSERT_EQ(udp::openSocket(receiver), NetworkResult::OK);
   EXPECT_EQ(udp::bindSocket(receiver, receiverPort), NetworkResult::OK);
   EXPECT_EQ(boundAddress(receiver), "0.0.0.0:" + std::to_string(receiverPort));
-  EXPECT_EQ(udp::bindSocketRandomPort(sender, "127.1", port), NetworkResult::OK);
-  EXPECT_EQ(boundAddress(sender), "0.0.0.0:" + std::to_string(port));
   net::closeSocket(receiver);
-  net::closeSocket(sender);
   EXPECT_TRUE(log.lines().empty());
 }
 

@@ -27,8 +27,7 @@ constexpr std::array<std::array<std::uint16_t, 3>, 6> EVENTS{
 // Reports, events and getters run on their own threads all along while the main thread stops and
 // restarts the object in the middle of them, then tears it down under the same load.
 TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
-  alarm(240);  // a deadlock ends the program instead of hanging it
-  constexpr int CYCLES = 40;
+  alarm(240);               // a deadlock ends the program instead of hanging it
   const LoggerScope quiet;  // readers log a warning for each call on an unavailable service
   auto transport = std::make_shared<RecordingTransport>();
   transport->quiet = true;
@@ -44,9 +43,8 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
     });
     ASSERT_TRUE(control->init());
     const auto waitFor = [](const std::atomic<int>& count, int more) {
-      for (int wait = 0, from = count; wait < 2000 && count < from + more; ++wait) {
+      for (int wait = 0, from = count; wait < 2000 && count < from + more; ++wait)
         std::this_thread::sleep_for(std::chrono::microseconds(500));
-      }
     };
 
     std::atomic<bool> finish{false};
@@ -56,9 +54,8 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
     const auto spawn = [&](std::function<void(unsigned, std::uint16_t)> perSensor) {
       threads.emplace_back([&, perSensor] {
         for (unsigned round = 0; !finish; ++round) {
-          for (std::uint16_t sensor = FIRST_SENSOR; sensor < FIRST_SENSOR + SENSORS; ++sensor) {
+          for (std::uint16_t sensor = FIRST_SENSOR; sensor < FIRST_SENSOR + SENSORS; ++sensor)
             perSensor(round, sensor);
-          }
         }
       });
     };
@@ -72,9 +69,8 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
     }
     for (std::uint8_t fill = 0; fill < 2; ++fill) {
       spawn([&, payload = std::vector<std::uint8_t>(22, fill)](unsigned, std::uint16_t sensor) {
-        for (const auto& [service, id, size] : EVENTS) {
+        for (const auto& [service, id, size] : EVENTS)
           delivered += transport->deliverEvent({service, sensor}, id, payload.data(), size) ? 1 : 0;
-        }
       });
       // Events keep arriving: read whole records under the client's event lock.
       spawn([&](unsigned, std::uint16_t sensor) {
@@ -93,15 +89,14 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
     }
 
     // After a successful stop no client is available and no event subscription is left.
-    for (int cycle = 0; cycle < CYCLES; ++cycle) {
+    for (int cycle = 0; cycle < 40; ++cycle) {
       ASSERT_TRUE(control->start());
       waitFor(announcements, 40);  // some reports, then a stop in the middle of them
       ASSERT_TRUE(control->stop());
       EXPECT_EQ(transport->eventSubscriptionCount(), 0U) << "cycle " << cycle;
       std::scoped_lock lock(registryMutex);
-      for (const auto& entry : registry) {
+      for (const auto& entry : registry)
         EXPECT_FALSE(entry.second->hasAvailableService()) << "cycle " << cycle;
-      }
     }
 
     ASSERT_TRUE(control->start());
@@ -112,9 +107,8 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
     EXPECT_TRUE(control->shutdown());
     control.reset();
     finish = true;
-    for (auto& thread : threads) {
+    for (auto& thread : threads)
       thread.join();
-    }
     EXPECT_GT(delivered, 0) << "no event reached a client";
     EXPECT_EQ(registry.size(), SENSORS);
     registry.clear();  // the last references: the clients unsubscribe their events now
@@ -138,9 +132,8 @@ TEST(SensorControlRace, SimultaneousFirstReportsOfOneSensorShareOneClient) {
     ASSERT_TRUE(control->start());
     std::atomic<int> ready{0};
     const auto report = [&](std::uint16_t service) {
-      for (++ready; ready < 2;) {
+      for (++ready; ready < 2;)
         std::this_thread::yield();
-      }
       transport->reportAvailability({service, 0x77}, true);
     };
     std::thread first(report, 2), second(report, 3);

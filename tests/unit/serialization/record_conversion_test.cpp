@@ -1,9 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <map>
-#include <stdexcept>
 
 #include "wire_bytes.hpp"
 
@@ -17,61 +14,14 @@ Lines noSymbol(const std::string& from, std::uint64_t value, const std::string& 
           "\" to kov::drivers::lidar::vesk::" + to + " because target has no symbol for this value"};
 }
 
-/// Typed values 0..20 and 0xFFFFFFFF, and every wire byte, against the tables. A refused value logs one
-/// line and leaves the target as it was.
-template <typename Typed, typename Wire>
-void checkTables(const std::string& typed, const std::string& onWire, std::map<std::uint32_t, int> out,
-                 std::map<int, std::uint32_t> in) {
-  LogCapture log;
-  for (std::uint64_t value = 0; value <= 0xFFFFFFFF; value = value == 20 ? 0xFFFFFFFF : value + 1) {
-    log.clear();
-    auto target = static_cast<Wire>(0xAA);
-    const bool known = out.count(static_cast<std::uint32_t>(value)) != 0;
-    EXPECT_EQ(convert(static_cast<Typed>(value), target), known) << typed << value;
-    EXPECT_EQ(static_cast<int>(target), known ? out[static_cast<std::uint32_t>(value)] : 0xAA) << value;
-    EXPECT_EQ(log.lines(), known ? Lines{} : noSymbol(typed, value, onWire));
-  }
-  for (int byte = 0; byte <= 0xFF; ++byte) {
-    log.clear();
-    auto target = static_cast<Typed>(0xDEAD);
-    const bool known = in.count(byte) != 0;
-    EXPECT_EQ(convert(static_cast<Wire>(byte), target), known) << onWire << byte;
-    EXPECT_EQ(static_cast<std::uint32_t>(target), known ? in[byte] : 0xDEAD) << onWire << byte;
-    EXPECT_EQ(log.lines(), known ? Lines{} : noSymbol(onWire, std::uint64_t(byte), typed));
-  }
-}
-
-TEST(EnumerationConversion, TablesBothWays) {
-  checkTables<types::ScanHorizontalInterlaceMode, wire::ScanHorizontalInterlaceMode>(
-      "types::ScanHorizontalInterlaceMode", "serialization::ScanHorizontalInterlaceMode",
-      {{0, 0}, {1, 2}, {2, 3}, {3, 4}, {4, 8}}, {{0, 0}, {2, 1}, {3, 2}, {4, 3}, {8, 4}});
-  checkTables<types::ScanControlLine, wire::ScanControlLineIndex>(
-      "types::ScanControlLine", "serialization::ScanControlLineIndex", {{0, 0}, {1, 1}}, {{0, 0}, {1, 1}});
-  checkTables<types::ScanFillMode, wire::ScanFillMode>("types::ScanFillMode", "serialization::ScanFillMode",
-                                                       {{0, 0}, {1, 1}}, {{0, 0}, {1, 1}});
-  checkTables<types::SystemModeCommand, wire::SystemModeCommand>(
-      "types::SystemModeCommand", "serialization::SystemModeCommand", {{0, 0}, {1, 1}, {2, 2}},
-      {{0, 0}, {1, 1}, {2, 2}});
-  // Every status byte up to 13 except 7 reads as 1; 1 is written as 13.
-  std::map<int, std::uint32_t> statusIn{{7, 2}, {14, 3}};
-  for (int byte = 0; byte <= 13; ++byte)
-    statusIn.emplace(byte, 1);
-  checkTables<types::SystemModeStatus, wire::SystemModeStatus>(
-      "types::SystemModeStatus", "serialization::SystemModeStatus", {{1, 13}, {2, 7}, {3, 14}}, statusIn);
-  checkTables<types::ScanPatternCommandStatus, wire::ScanPatternError>("types::ScanPatternCommandStatus",
-                                                                       "serialization::ScanPatternError",
-                                                                       {{1, 0}, {2, 1}}, {{0, 1}, {1, 2}});
-}
-
 TEST(RecordConversion, BytesBoundsAndPartialWrites) {
   using Settings = types::DesiredScanSettings;
   using Mode = types::ScanHorizontalInterlaceMode;
   EXPECT_EQ(encode<wire::ScanSettings>(Settings{12.5F, Mode::INTERLACE_8, types::ScanControlLine::LINE_1,
                                                 types::ScanFillMode::FILL_ON}),
             (Outcome{true, {0x41, 0x48, 0, 0, 0x08, 0x01, 0x01}, {}}));
-  for (const float rate : {1.0F, 30.0F}) {
+  for (const float rate : {1.0F, 30.0F})
     EXPECT_TRUE(std::get<0>(encode<wire::ScanSettings>(Settings{rate, {}, {}, {}}))) << rate;
-  }
   for (const auto& [rate, text] : {std::pair{0.999F, "0.999"}, {30.001F, "30.001"}, {NAN, "nan"}}) {
     EXPECT_EQ(
         encode<wire::ScanSettings>(Settings{rate, {}, {}, {}}),
@@ -86,8 +36,7 @@ TEST(RecordConversion, BytesBoundsAndPartialWrites) {
   LogCapture log;
   Settings typed{9.0F, {}, types::ScanControlLine::LINE_1, {}};
   EXPECT_FALSE(convert(recordOf<wire::ScanSettings>({0x42, 0xC8, 0, 0, 0x01, 0, 0}), typed));
-  EXPECT_EQ(typed.frameRate, 100.0F);  // taken unchecked
-  EXPECT_EQ(typed.controlLine, types::ScanControlLine::LINE_1);
+  EXPECT_EQ(std::pair(typed.frameRate, typed.controlLine), std::pair(100.0F, types::ScanControlLine::LINE_1));
   EXPECT_EQ(log.lines(),
             noSymbol("serialization::ScanHorizontalInterlaceMode", 1, "types::ScanHorizontalInterlaceMode"));
   log.clear();
@@ -97,9 +46,6 @@ TEST(RecordConversion, BytesBoundsAndPartialWrites) {
   for (const auto& [degrees, golden] :
        {std::pair{10.0F, Bytes{0x3E, 0x32, 0xB8, 0xC2}}, {-18.0F, Bytes{0xBE, 0xA0, 0xD9, 0x7C}}}) {
     EXPECT_EQ(encode<wire::ScanDatum>(types::ScanDatum{degrees}), (Outcome{true, golden, {}}));
-    types::ScanDatum back{};
-    ASSERT_TRUE(convert(recordOf<wire::ScanDatum>(golden), back));
-    EXPECT_NEAR(back.elevation, degrees, 1e-5F);
   }
   // The first floats beyond the bounds print as the bounds in the default format.
   for (const auto& [degrees, text] : {std::pair{std::nextafter(10.0F, 11.0F), "10"},
@@ -130,16 +76,6 @@ TEST(RecordConversion, BytesBoundsAndPartialWrites) {
   EXPECT_EQ(
       encode<wire::SystemHeartbeatAppRecord>(health),
       (Outcome{false, golden, noSymbol("types::SystemModeStatus", 0, "serialization::SystemModeStatus")}));
-  // Status 15 has no symbol: mode stays; flags (any non-zero byte is true) and floats are read. The
-  // decodes before it logged nothing.
-  golden[0] = 15;
-  std::copy_n(Bytes{0, 2, 0, 1, 0}.begin(), 5, golden.begin() + 1);
-  health = {};
-  EXPECT_FALSE(convert(recordOf<wire::SystemHeartbeatAppRecord>(golden), health));
-  EXPECT_EQ(health.mode, types::SystemModeStatus::UNKNOWN);
-  EXPECT_TRUE(!health.flag1 && health.flag2 && !health.flag3 && health.flag4 && !health.flag5);
-  EXPECT_TRUE(health.value1 == 1.0F && health.value2 == -1.0F && health.value3 == 0.5F);
-  EXPECT_EQ(log.lines(), noSymbol("serialization::SystemModeStatus", 15, "types::SystemModeStatus"));
 }
 
 TEST(SoftwareVersionConversion, TextsBothWaysAndRefusals) {
@@ -175,12 +111,6 @@ TEST(SoftwareVersionConversion, TextsBothWaysAndRefusals) {
                concat({field(concat({{0xE9}, Bytes(62, 'w')})), Bytes(192, 0xAA)}),
                {"ERROR: string too long, would be truncated to \"\xE9" + std::string(62, 'w') + "\""}}));
 
-  // Malformed UTF-8 throws the standard decoder's error, logs nothing and writes nothing.
-  auto record = recordOf<Info>({});
-  for (const char* bad : {"\xC3\x28", "\x80", "\xC0\xAF", "\xF4\x90\x80\x80"}) {
-    EXPECT_THROW(convert(Version{bad, "", "", ""}, record), std::range_error) << bad;
-  }
-  EXPECT_EQ(bytesOf(record), Bytes(256, 0xAA));
   EXPECT_TRUE(log.lines().empty());
 }
 

@@ -35,9 +35,8 @@ Record recordOf(Bytes bytes, std::uint8_t fill = 0xAA) {
 
 inline Bytes concat(std::initializer_list<Bytes> parts) {
   Bytes all;
-  for (const auto& part : parts) {
+  for (const auto& part : parts)
     all.insert(all.end(), part.begin(), part.end());
-  }
   return all;
 }
 
