@@ -19,6 +19,7 @@
 #include "common/log/log_data.hpp"
 #include "common/log/log_message.hpp"
 #include "common/log/stream_logger.hpp"
+#include "common/log/system_logger.hpp"
 #include "process/kov_platform_posix_process.hpp"
 
 namespace {
@@ -108,8 +109,24 @@ TEST(LogMessage, DefaultFormatKeptRecordsCustomPrefixCutAfter511CharactersAndFil
   std::string names;  // file names
   for (const char* path : {"a/b/c", "a\\b\\c", "a/b\\c", "plain", "dir/"})
     names += LogData(path, {}, LogLevel::INFO, 0, 0, 0).getFileName() + "|";
-  EXPECT_EQ(names, "c|c|b\\c|plain||");
+  for (const std::uint32_t level : {0, 1, 2, 3, 4, 8, 16, 32, 64})
+    names += std::string(LogMessage::getLevelName(static_cast<LogLevel>(level))) + " ";
+  EXPECT_EQ(names, "c|c|b\\c|plain||UNDEFINED TRACE DEBUG UNDEFINED INFO WARN ERROR FATAL UNDEFINED ");
   EXPECT_THROW(LogData(nullptr, {}, LogLevel::INFO, 0, 0, 0).getFileName(), std::logic_error);
+}
+
+TEST(SystemLogger, DefaultsToStdErrLoggerAndReportsDeadReferenceOnce) {
+  const std::weak_ptr<ILogger> held = SystemLoggerSingleton::instance().logger;
+  EXPECT_NE(dynamic_cast<StdErrLogger*>(held.lock().get()), nullptr);
+  SystemLoggerSingleton::destroy();
+  EXPECT_TRUE(held.expired());
+  try {
+    SystemLoggerSingleton::instance();
+    ADD_FAILURE() << "no dead reference reported";
+  } catch (const std::logic_error& error) {
+    EXPECT_STREQ(error.what(), "Dead Reference Detected");
+  }
+  EXPECT_NE(dynamic_cast<StdErrLogger*>(SystemLoggerSingleton::instance().logger.get()), nullptr);
 }
 
 TEST(StreamLogger, LinesCarryPrefixAndLevelNameOrColourAndOneNewline) {

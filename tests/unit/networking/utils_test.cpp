@@ -1,5 +1,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <ifaddrs.h>
 #include <sys/un.h>
 
 #include <cerrno>
@@ -79,6 +80,41 @@ TEST(Address, TextAndSocketAddressesKeepNetworkOrderAndLogFailuresOnce) {
   }
   for (auto& thread : threads)
     thread.join();
+}
+
+TEST(Interfaces, ThisHostsInterfacesAndTheirSubnets) {
+  // This host's IPv4 addresses and netmasks in system order, read independently of the library.
+  std::vector<std::pair<in_addr_t, in_addr_t>> host;
+  ifaddrs* list = nullptr;
+  ASSERT_EQ(getifaddrs(&list), 0);
+  for (ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
+    if (entry->ifa_addr != nullptr && entry->ifa_addr->sa_family == AF_INET &&
+        entry->ifa_netmask != nullptr) {
+      host.emplace_back(reinterpret_cast<sockaddr_in*>(entry->ifa_addr)->sin_addr.s_addr,
+                        reinterpret_cast<sockaddr_in*>(entry->ifa_netmask)->sin_addr.s_addr);
+    }
+  }
+  freeifaddrs(list);
+  const auto text = [](in_addr_t address) { return std::string(inet_ntoa(in_addr{address})); };
+  const auto firstHolding = [&](in_addr_t address) {
+    for (const auto& [local, mask] : host) {
+      if ((address & mask) == (local & mask))
+        return text(local);
+    }
+    return std::string("127.0.0.1");
+  };
+  kov::test::LogCapture log;
+  ASSERT_FALSE(host.empty());
+  EXPECT_EQ(net::getMatchingInterface("127.0.0.1"), "127.0.0.1");
+  EXPECT_EQ(net::getMatchingInterface("203.0.113.77"), firstHolding(inet_addr("203.0.113.77")));
+  // Each interface's broadcast address lies in its own subnet; beyond loopback this picks a real interface.
+  std::vector<std::pair<std::string, std::string>> expected;
+  for (const auto& [local, mask] : host) {
+    expected.emplace_back(text(local), text(local | ~mask));
+    EXPECT_EQ(net::getMatchingInterface(text(local | ~mask)), firstHolding(local | ~mask)) << text(local);
+  }
+  EXPECT_EQ(net::getSystemIPsAndBroadcasts(), expected);
+  EXPECT_TRUE(log.lines().empty());
 }
 
 }  // namespace
