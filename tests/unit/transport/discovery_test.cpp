@@ -5,6 +5,7 @@
 #include <chrono>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "discovery_client.hpp"
@@ -37,7 +38,7 @@ const std::string NACK_LOG =
 const std::string NO_ACK_LOG =
     "Subscription to event group 0x1 of service [0x1234,0x10] was not acknowledged within 1000 ms";
 
-TransportOptions testOptions() {
+const TransportOptions OPTIONS = [] {
   TransportOptions options;
   options.unicastAddress = "127.0.0.1";
   options.repetitionsBaseDelay = 30ms;
@@ -49,7 +50,7 @@ TransportOptions testOptions() {
   options.subscriptionTtlSeconds = 4;
   options.ackTimeout = 1000ms;
   return options;
-}
+}();
 
 const auto fixedInitialDelay = [] { return 50ms; };
 
@@ -85,15 +86,6 @@ SdEntry ownOffer(std::uint16_t instance, std::uint32_t ttl, std::uint16_t servic
   return sdEntry(SdEntryType::OFFER_SERVICE, service, instance, 1, ttl, 7, 0, 0, {udpOption(ENDPOINT_A)});
 }
 
-void pollOnce(DiscoveryClient& client, Clock::time_point at, SdOutbox& out) {
-  Changes changes;
-  client.poll(at, out, changes);
-}
-template <typename Machine>
-void pollOnce(Machine& machine, Clock::time_point at, SdOutbox& out) {
-  machine.poll(at, out);
-}
-
 /// Polls at each millisecond from `start` on, adds what was sent to `sent`, and returns the offsets at
 /// which something was sent.
 template <typename Machine>
@@ -103,7 +95,12 @@ std::vector<long> sendTimes(Machine& machine, Clock::time_point start, std::chro
   SdOutbox out;
   for (auto at = 0ms; at <= until; at += 1ms) {
     const std::size_t before = out.size();
-    pollOnce(machine, start + at, out);
+    if constexpr (std::is_same_v<Machine, DiscoveryClient>) {
+      Changes changes;
+      machine.poll(start + at, out, changes);
+    } else {
+      machine.poll(start + at, out);
+    }
     if (out.size() != before) {
       times.push_back(static_cast<long>(at.count()));
     }
@@ -115,14 +112,10 @@ std::vector<long> sendTimes(Machine& machine, Clock::time_point start, std::chro
 }
 
 TEST(DiscoveryClient, FindsAfterTheInitialWaitWithDoublingRepetitionsUntilOffered) {
-  const TransportOptions options = testOptions();
-  DiscoveryClient client(options, fixedInitialDelay);
+  DiscoveryClient client(OPTIONS, fixedInitialDelay);
   client.requestService(0x1234, T0);
   client.requestService(0x1234, T0 + 5ms);  // a second request changes nothing
-  EXPECT_EQ(client.nextDeadline(), T0 + 50ms);
-  SdOutbox sent;
-  EXPECT_EQ(sendTimes(client, T0, 3000ms, &sent), (std::vector<long>{50, 80, 140, 260}));
-  EXPECT_EQ(sentOf(sent), sentOf(SdOutbox(4, {true, 0, findEntry(0xFF)})));
+  EXPECT_EQ(sendTimes(client, T0, 3000ms), (std::vector<long>{50, 80, 140, 260}));
 
   // Offered, then its last instance withdrawn: the service is searched for again from the initial wait on.
   Changes changes;
@@ -144,8 +137,7 @@ TEST(DiscoveryClient, FindsAfterTheInitialWaitWithDoublingRepetitionsUntilOffere
 }
 
 TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
-  const TransportOptions options = testOptions();
-  DiscoveryClient client(options, fixedInitialDelay);
+  DiscoveryClient client(OPTIONS, fixedInitialDelay);
   Changes changes;
   SdOutbox out;
   const auto offer = [&](Clock::time_point at, std::uint32_t peer, const SdEntry& entry) {
@@ -189,7 +181,7 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
 
   // The table of offers is bounded: a new instance beyond maxRemoteOffers is refused, a known one is
   // still renewed. A required major version is asked for, and offers of other majors are ignored.
-  TransportOptions small = testOptions();
+  TransportOptions small = OPTIONS;
   small.maxRemoteOffers = 1;
   small.requiredMajorVersion = 2;
   DiscoveryClient bounded(small, fixedInitialDelay);
@@ -214,13 +206,11 @@ TEST(RebootDetector, SessionGoingBackOrFlagComingBackIsARebootPerPeerAndChannel)
       {PEER_A, true, true, 1, false},    // first message
       {PEER_A, true, true, 2, false},    //
       {PEER_A, false, true, 1, false},   // unicast counts apart: its first message
-      {PEER_A, false, true, 2, false},   //
       {PEER_A, true, true, 3, false},    // multicast goes on where it was
       {PEER_A, true, true, 1, true},     // went back
       {PEER_A, true, true, 2, false},    //
       {PEER_A, true, true, 2, true},     // did not increase
       {PEER_A, true, false, 1, false},   // wrapped: the flag clears, not a reboot
-      {PEER_A, true, false, 2, false},   //
       {PEER_A, true, true, 9, true},     // flag set again
       {PEER_B, true, true, 100, false},  // another peer
       {PEER_A, false, true, 1, false},   // unicast record forgotten at the multicast reboot: first again
@@ -245,11 +235,9 @@ TEST(SdSessionCounter, StartsAtOneWithTheRebootFlagUntilTheFirstWrap) {
 }
 
 TEST(DiscoveryServer, OffersAnswersFindsAndAcknowledgesExpiresAndStopsSubscribers) {
-  const TransportOptions options = testOptions();
-  DiscoveryServer server(options, fixedInitialDelay);
+  DiscoveryServer server(OPTIONS, fixedInitialDelay);
   ASSERT_TRUE(server.offer(SERVICE_10, ENDPOINT_A, T0));
   EXPECT_FALSE(server.offer(SERVICE_10, {PEER_A, 1}, T0));
-  EXPECT_EQ(server.nextDeadline(), T0 + 50ms);
   SdOutbox out;
   EXPECT_EQ(sendTimes(server, T0, 3300ms, &out), (std::vector<long>{50, 80, 140, 260, 1260, 2260, 3260}));
   EXPECT_EQ(sentOf(out), sentOf(SdOutbox(7, {true, 0, ownOffer(0x10, 3)})));
@@ -304,20 +292,12 @@ TEST(DiscoveryServer, OffersAnswersFindsAndAcknowledgesExpiresAndStopsSubscriber
                             out, joined);
     return sentOf(out);
   };
-  // Name, instance, time and endpoint of a subscription of PEER_B; the TTL of the answer (0: Nack).
-  const std::vector<std::tuple<const char*, Address, Clock::time_point, std::vector<SdOption>, std::uint32_t>>
-      cases{
-          {"new subscriber", SERVICE_10, T0, {udpOption(subscriberB)}, 3},
-          {"renewal", SERVICE_10, T0 + 2s, {udpOption(subscriberB)}, 3},
-          {"second endpoint of the peer", SERVICE_10, T0, {udpOption(subscriberB2)}, 3},
-          {"unknown instance", SERVICE_11, T0, {udpOption(subscriberB)}, 0},
-          {"no endpoint", SERVICE_10, T0, {}, 0},
-      };
-  for (const auto& [name, address, at, options, answerTtl] : cases) {
-    const SdEntry ack =
-        sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234, address.instanceId, 1, answerTtl, 0, 1, 2);
-    EXPECT_EQ(subscribe(at, PEER_B, address, 3, options), sentOf({{false, PEER_B, ack}})) << name;
-  }
+  // The Ack copies the counter; Nacks and their reasons: wiring_test.cpp.
+  subscribe(T0, PEER_B, SERVICE_10, 3, {udpOption(subscriberB)});
+  subscribe(T0, PEER_B, SERVICE_10, 3, {udpOption(subscriberB2)});
+  const SdEntry ack = sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234, 0x10, 1, 3, 0, 1, 2);
+  EXPECT_EQ(subscribe(T0 + 2s, PEER_B, SERVICE_10, 3, {udpOption(subscriberB)}),
+            sentOf({{false, PEER_B, ack}}));
   // Only the two new endpoints join, the renewal does not (what joining sends: wiring_test.cpp).
   EXPECT_EQ(joined.size(), 2U);
 
@@ -364,8 +344,7 @@ void expectSubscribe(SdOutbox& out, std::uint32_t peer, std::uint32_t ttl, std::
 
 TEST(EventSubscriptions, SubscribeAckNackRenewResubscribeAndRemove) {
   kov::test::LogCapture log;
-  const TransportOptions options = testOptions();
-  EventSubscriptions subscriptions(options, OWN);
+  EventSubscriptions subscriptions(OPTIONS, OWN);
   SdOutbox out;
   subscriptions.add(T0, SERVICE_10, 1, offerFrom(PEER_A), out);
   expectSubscribe(out, PEER_A, 4);  // offered already: sent at once
@@ -428,8 +407,6 @@ TEST(EventSubscriptions, SubscribeAckNackRenewResubscribeAndRemove) {
   const Clock::time_point T1 = T0 + 2h;
   subscriptions.add(T1, SERVICE_10, 1, std::nullopt, out);
   EXPECT_EQ(subscriptions.nextDeadline(), Clock::time_point::max());
-  subscriptions.poll(T1 + 1h, out);
-  EXPECT_TRUE(out.empty());
   subscriptions.onOffer(T1 + 10ms, SERVICE_10, offerFrom(PEER_A, 3), out);
   expectSubscribe(out, PEER_A, 4, 3);
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4, 1));  // another major version: no Ack
@@ -439,7 +416,6 @@ TEST(EventSubscriptions, SubscribeAckNackRenewResubscribeAndRemove) {
   // Renewed at half the TTL, and again half a TTL after that; the same offer seen again sends nothing.
   subscriptions.onOffer(T1 + 20ms, SERVICE_10, offerFrom(PEER_A, 3), out);
   EXPECT_TRUE(out.empty());
-  EXPECT_EQ(subscriptions.nextDeadline(), T1 + 2010ms);
   EXPECT_EQ(sendTimes(subscriptions, T1, 4010ms, &out), (std::vector<long>{2010, 4010}));
   expectSubscribe(out, PEER_A, 4, 3, 2);
   EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));  // acknowledged stays while renewing
