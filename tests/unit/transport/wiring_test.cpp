@@ -35,11 +35,7 @@ const Endpoint PEER_SD{PEER, 30490};
 const Endpoint PEER_SERVICE{PEER, 30501};
 constexpr Address SCAN{0x0003, 0x0010};
 // FindService of the scan service for any instance and version, multicast, session 1 with the reboot flag.
-const Bytes FIND_SCAN{
-    0xFF, 0xFF, 0x81, 0x00, 0x00, 0x00, 0x00, 0x24, 0x00, 0x00, 0x00, 0x01,
-    0x01, 0x01, 0x02, 0x00, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10,  // flags, entries length
-    0x00, 0x00, 0x00, 0x00, 0x00, 0x03, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x03,
-    0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00};
+const Bytes FIND_SCAN = sdMessage(0xC0, 1, {serviceEntry(0x00, 0x0003, 0xFFFF, 0xFF, 3, 0xFFFFFFFF, 0, 0)});
 
 /// An offer of the scan service's `instance` at `peer`:30501.
 Bytes offerOf(std::uint16_t session, std::uint32_t ttl, std::uint32_t peer = PEER,
@@ -64,7 +60,6 @@ class WiringTest : public ::testing::Test {
     options.initialDelayMin = 0ms;
     options.initialDelayMax = 0ms;
     options.callTimeout = 20s;  // a call that ends early was ended by the wiring, not by a timeout
-    options.offerTtlSeconds = 3;
     options.maxSubscribersPerPeer = 2;
     options.maxPeers = 2;
     options.peerIdleTimeout = 10s;
