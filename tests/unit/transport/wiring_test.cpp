@@ -52,7 +52,6 @@ class WiringTest : public ::testing::Test {
     core_ = std::make_unique<detail::TransportCore>(defaultOptions(), std::move(network));
     ASSERT_EQ(core_->connect(), Result::Ok);
   }
-  void TearDown() override { core_->disconnect(); }
 
   static TransportOptions defaultOptions() {
     TransportOptions options;
@@ -84,10 +83,10 @@ class WiringTest : public ::testing::Test {
     ASSERT_EQ(reports_.waitFor("+16 "), "+16 ");
   }
 
-  /// A call of `method` of the scan service without payload, on a thread of its own.
-  std::future<Result> callLater(std::uint16_t method) {
+  /// A call of method 1 of the scan service without payload, on a thread of its own.
+  std::future<Result> callLater() {
     return std::async(std::launch::async,
-                      [this, method] { return core_->callMethod(SCAN, method, nullptr, 0, nullptr, 0); });
+                      [this] { return core_->callMethod(SCAN, 1, nullptr, 0, nullptr, 0); });
   }
 
   /// Runs `change` under the lock that handlers share with the test, and wakes the waiters.
@@ -151,7 +150,7 @@ TEST_F(WiringTest, FindOfferStopOfferTtlAndRebootBecomeReportsAndEndWaitingCalls
   // an offer brings the instance back.
   std::string expected = "+16 ";
   const auto withdrawn = [&](const Bytes& sd, std::chrono::milliseconds timeStep, const Bytes& offer) {
-    auto call = callLater(0x0001);
+    auto call = callLater();
     sentTo(PEER_SERVICE, Channel::CLIENT);
     if (!sd.empty()) {
       net_->deliver(Channel::SD_MULTICAST, PEER_SD, sd);
@@ -315,7 +314,7 @@ TEST_F(WiringTest, ASlowHandlerStallsNeitherCallsNorMemoryAndDroppedEventsAreLog
     net_->deliver(Channel::CLIENT, PEER_SERVICE, event);
   }
   // Reception goes on behind the blocked handler: a call is answered.
-  auto call = callLater(0x0001);
+  auto call = callLater();
   Bytes response = sentTo(PEER_SERVICE, Channel::CLIENT);
   response.at(14) = 0x80;
   net_->deliver(Channel::CLIENT, PEER_SERVICE, response);
@@ -332,7 +331,7 @@ TEST_F(WiringTest, ASlowHandlerStallsNeitherCallsNorMemoryAndDroppedEventsAreLog
                               "WARN: Handlers caught up; 149 events or requests were dropped"}));
 }
 
-TEST_F(WiringTest, ProblemsAreLoggedOncePerPeerAndKindPerIntervalWithTheSuppressedCount) {
+TEST_F(WiringTest, ProblemsAreLoggedOncePerPeerAndKindPerIntervalAndBadOptionsOnceAtConnect) {
   const Bytes truncated{0xFF, 0xFF};
   for (int i = 0; i < 50; ++i) {
     net_->deliver(Channel::SD_UNICAST, PEER_SD, truncated);
@@ -349,6 +348,20 @@ TEST_F(WiringTest, ProblemsAreLoggedOncePerPeerAndKindPerIntervalWithTheSuppress
                 "WARN: Dropping SOME/IP-SD message from 198.18.0.3:30490 at byte 0: truncated header",
                 "WARN: Dropping SOME/IP-SD message from 198.18.0.2:30490 at byte 0: truncated header "
                 "(49 more like it suppressed)"}));
+
+  // A group beyond the IPv4 multicast range (224.0.0.0/4), only parsed: it never reaches the network.
+  log_.clear();
+  for (const auto& [group, port] :
+       std::vector<std::pair<std::string, std::uint16_t>>{{"240.0.0.1", 30490}, {"224.224.224.245", 0}}) {
+    TransportOptions options = defaultOptions();
+    options.sdMulticastAddress = group;
+    options.sdPort = port;
+    EXPECT_EQ(detail::TransportCore(options, std::make_unique<FakeNetwork>()).connect(), RESULT_SOCKET_ERROR);
+  }
+  EXPECT_EQ(log_.lines(),
+            (std::vector<std::string>{"ERROR: SOME/IP transport options rejected: sdMulticastAddress "
+                                      "'240.0.0.1' is not an IPv4 multicast address",
+                                      "ERROR: SOME/IP transport options rejected: sdPort must not be 0"}));
 }
 
 TEST_F(WiringTest, TablesStayBoundedWhateverTheNetworkSends) {
@@ -360,7 +373,7 @@ TEST_F(WiringTest, TablesStayBoundedWhateverTheNetworkSends) {
   ASSERT_TRUE(net_->drained());
   EXPECT_EQ(core_->offeredEndpoint({0x0003, 0x0012}), std::nullopt);
   // Only one call may wait at a time.
-  auto call = callLater(1);
+  auto call = callLater();
   sentTo(PEER_SERVICE, Channel::CLIENT);
   EXPECT_EQ(core_->callMethod(SCAN, 2, nullptr, 0, nullptr, 0), RESULT_TOO_MANY_CALLS);
   // Peers whose offers ran out and that stayed silent are forgotten, which makes room for a new one.
@@ -395,22 +408,6 @@ TEST_F(WiringTest, ConnectAndDisconnectFromTwoThreadsNeverHangAndEachConnectionS
   net_->takeAllSent();
   ASSERT_TRUE(core_->requestService({0x0003, 0xFFFF}));
   EXPECT_EQ(sentTo({GROUP, 30490}), FIND_SCAN);
-}
-
-TEST_F(WiringTest, ConnectRefusesOptionsThatCannotWorkWithOneLine) {
-  // A group beyond the IPv4 multicast range (224.0.0.0/4), only parsed: it never reaches the network.
-  log_.clear();
-  for (const auto& [group, port] :
-       std::vector<std::pair<std::string, std::uint16_t>>{{"240.0.0.1", 30490}, {"224.224.224.245", 0}}) {
-    TransportOptions options = defaultOptions();
-    options.sdMulticastAddress = group;
-    options.sdPort = port;
-    EXPECT_EQ(detail::TransportCore(options, std::make_unique<FakeNetwork>()).connect(), RESULT_SOCKET_ERROR);
-  }
-  EXPECT_EQ(log_.lines(),
-            (std::vector<std::string>{"ERROR: SOME/IP transport options rejected: sdMulticastAddress "
-                                      "'240.0.0.1' is not an IPv4 multicast address",
-                                      "ERROR: SOME/IP transport options rejected: sdPort must not be 0"}));
 }
 
 }  // namespace
