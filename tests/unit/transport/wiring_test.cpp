@@ -357,7 +357,7 @@ TEST_F(WiringTest, ProblemsAreLoggedOncePerPeerAndKindPerIntervalAndBadOptionsOn
                                                    "address"});
 }
 
-TEST_F(WiringTest, TablesStayBoundedAndEachOfConnectionsFromTwoThreadsStartsClean) {
+TEST_F(WiringTest, TablesStayBoundedAndConnectionsFromTwoThreadsEachStartClean) {
   discoverScan();
   // A third SD peer is not admitted while two are known and active: its offer is not seen.
   net_->deliver(Channel::SD_MULTICAST, {0xC6120003, 30490}, offerOf(1, 3, 0xC6120003, 0x0011));
