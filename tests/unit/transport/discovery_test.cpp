@@ -5,6 +5,7 @@
 #include <chrono>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "discovery_client.hpp"
@@ -37,30 +38,23 @@ const std::string NACK_LOG =
 const std::string NO_ACK_LOG =
     "Subscription to event group 0x1 of service [0x1234,0x10] was not acknowledged within 1000 ms";
 
-TransportOptions testOptions() {
+// The default timings: finds and offers repeat 30 ms after the initial wait, doubling 3 times, offers
+// then every second with TTL 3; Acks are awaited 1000 ms.
+const TransportOptions OPTIONS = [] {
   TransportOptions options;
   options.unicastAddress = "127.0.0.1";
-  options.repetitionsBaseDelay = 30ms;
-  options.repetitionsMax = 3;
-  options.cyclicOfferDelay = 1000ms;
-  options.offerTtlSeconds = 3;
   options.serviceMajorVersion = 1;  // of the instances a server offers
   options.serviceMinorVersion = 7;
   options.subscriptionTtlSeconds = 4;
-  options.ackTimeout = 1000ms;
   return options;
-}
+}();
 
 const auto fixedInitialDelay = [] { return 50ms; };
 
 SdEntry offerEntry(const Address& address, std::uint32_t ttl, const Endpoint& endpoint = ENDPOINT_A,
-                   std::uint8_t protocol = L4_PROTOCOL_UDP, std::uint8_t major = 0) {
+                   std::uint8_t major = 0, std::uint8_t protocol = L4_PROTOCOL_UDP) {
   return sdEntry(SdEntryType::OFFER_SERVICE, address.serviceId, address.instanceId, major, ttl, 0, 0, 0,
                  {udpOption(endpoint, protocol)});
-}
-
-SdEntry findEntry(std::uint8_t major) {
-  return sdEntry(SdEntryType::FIND_SERVICE, 0x1234, 0xFFFF, major, 3, 0xFFFFFFFF);
 }
 
 std::string text(const Changes& changes) {
@@ -80,18 +74,9 @@ auto sentOf(const SdOutbox& out) {
   return all;
 }
 
-/// The server's own offer of `service`/`instance` at ENDPOINT_A.
-SdEntry ownOffer(std::uint16_t instance, std::uint32_t ttl, std::uint16_t service = 0x1234) {
-  return sdEntry(SdEntryType::OFFER_SERVICE, service, instance, 1, ttl, 7, 0, 0, {udpOption(ENDPOINT_A)});
-}
-
-void pollOnce(DiscoveryClient& client, Clock::time_point at, SdOutbox& out) {
-  Changes changes;
-  client.poll(at, out, changes);
-}
-template <typename Machine>
-void pollOnce(Machine& machine, Clock::time_point at, SdOutbox& out) {
-  machine.poll(at, out);
+/// The server's own offer of `instance` of service 0x1234 at ENDPOINT_A.
+SdEntry ownOffer(std::uint16_t instance, std::uint32_t ttl) {
+  return sdEntry(SdEntryType::OFFER_SERVICE, 0x1234, instance, 1, ttl, 7, 0, 0, {udpOption(ENDPOINT_A)});
 }
 
 /// Polls at each millisecond from `start` on, adds what was sent to `sent`, and returns the offsets at
@@ -103,7 +88,12 @@ std::vector<long> sendTimes(Machine& machine, Clock::time_point start, std::chro
   SdOutbox out;
   for (auto at = 0ms; at <= until; at += 1ms) {
     const std::size_t before = out.size();
-    pollOnce(machine, start + at, out);
+    if constexpr (std::is_same_v<Machine, DiscoveryClient>) {
+      Changes changes;
+      machine.poll(start + at, out, changes);
+    } else {
+      machine.poll(start + at, out);
+    }
     if (out.size() != before) {
       times.push_back(static_cast<long>(at.count()));
     }
@@ -115,14 +105,9 @@ std::vector<long> sendTimes(Machine& machine, Clock::time_point start, std::chro
 }
 
 TEST(DiscoveryClient, FindsAfterTheInitialWaitWithDoublingRepetitionsUntilOffered) {
-  const TransportOptions options = testOptions();
-  DiscoveryClient client(options, fixedInitialDelay);
+  DiscoveryClient client(OPTIONS, fixedInitialDelay);
   client.requestService(0x1234, T0);
-  client.requestService(0x1234, T0 + 5ms);  // a second request changes nothing
-  EXPECT_EQ(client.nextDeadline(), T0 + 50ms);
-  SdOutbox sent;
-  EXPECT_EQ(sendTimes(client, T0, 3000ms, &sent), (std::vector<long>{50, 80, 140, 260}));
-  EXPECT_EQ(sentOf(sent), sentOf(SdOutbox(4, {true, 0, findEntry(0xFF)})));
+  EXPECT_EQ(sendTimes(client, T0, 3000ms), (std::vector<long>{50, 80, 140, 260}));
 
   // Offered, then its last instance withdrawn: the service is searched for again from the initial wait on.
   Changes changes;
@@ -139,13 +124,11 @@ TEST(DiscoveryClient, FindsAfterTheInitialWaitWithDoublingRepetitionsUntilOffere
   client.onOfferEntry(T0 + 6010ms, PEER_A, offerEntry(SERVICE_10, 3), changes);
   EXPECT_EQ(sendTimes(client, T0 + 6000ms, 55ms), (std::vector<long>{50}));
   client.onOfferEntry(T0 + 6060ms, PEER_B, offerEntry(SERVICE_11, 3, ENDPOINT_B), changes);
-  EXPECT_EQ(client.nextDeadline(), T0 + 6010ms + 3s);
   EXPECT_TRUE(sendTimes(client, T0 + 6061ms, 2000ms).empty());
 }
 
 TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
-  const TransportOptions options = testOptions();
-  DiscoveryClient client(options, fixedInitialDelay);
+  DiscoveryClient client(OPTIONS, fixedInitialDelay);
   Changes changes;
   SdOutbox out;
   const auto offer = [&](Clock::time_point at, std::uint32_t peer, const SdEntry& entry) {
@@ -155,11 +138,9 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
   client.requestService(0x1234, T0 - 50ms);
   client.poll(T0, out, changes);  // the first find, which the offers below answer
   offer(T0, PEER_A, offerEntry(SERVICE_10, 3));
-  // Offers that cannot be used change nothing: TCP only, the wildcard instance, a multicast endpoint
-  // (port 0 is refused by the same check on the server side: wiring_test.cpp), and a service nobody
-  // requested.
-  offer(T0, PEER_A, offerEntry({0x4321, 1}, 3));
-  offer(T0, PEER_A, offerEntry(SERVICE_11, 3, ENDPOINT_A, L4_PROTOCOL_TCP));
+  // Offers that cannot be used change nothing: TCP only, the wildcard instance, and a multicast
+  // endpoint (port 0 is refused by the same check on the server side: wiring_test.cpp).
+  offer(T0, PEER_A, offerEntry(SERVICE_11, 3, ENDPOINT_A, 0, L4_PROTOCOL_TCP));
   offer(T0, PEER_A, offerEntry({0x1234, 0xFFFF}, 3));
   offer(T0, PEER_A, offerEntry(SERVICE_11, 3, {0xEF000001, 30501}));
   // A repeated offer renews the TTL without a change.
@@ -189,135 +170,104 @@ TEST(DiscoveryClient, OffersBecomeAvailableAndGoAwayByTtlStopOfferAndReboot) {
 
   // The table of offers is bounded: a new instance beyond maxRemoteOffers is refused, a known one is
   // still renewed. A required major version is asked for, and offers of other majors are ignored.
-  TransportOptions small = testOptions();
+  TransportOptions small = OPTIONS;
   small.maxRemoteOffers = 1;
   small.requiredMajorVersion = 2;
   DiscoveryClient bounded(small, fixedInitialDelay);
   bounded.requestService(0x1234, T0);
   out.clear();
   EXPECT_EQ(sendTimes(bounded, T0, 50ms, &out), std::vector<long>{50});
-  EXPECT_EQ(sentOf(out), sentOf({{true, 0, findEntry(2)}}));
+  EXPECT_EQ(sentOf(out),
+            sentOf({{true, 0, sdEntry(SdEntryType::FIND_SERVICE, 0x1234, 0xFFFF, 2, 3, 0xFFFFFFFF)}}));
   changes.clear();
-  const auto major = [](const Address& address, std::uint8_t version, const Endpoint& endpoint = ENDPOINT_A) {
-    return offerEntry(address, 3, endpoint, L4_PROTOCOL_UDP, version);
-  };
-  EXPECT_TRUE(bounded.onOfferEntry(T0, PEER_A, major(SERVICE_11, 1), changes));  // ignored
-  EXPECT_TRUE(bounded.onOfferEntry(T0, PEER_A, major(SERVICE_10, 2), changes));
-  EXPECT_FALSE(bounded.onOfferEntry(T0, PEER_B, major(SERVICE_11, 2, ENDPOINT_B), changes));
-  EXPECT_TRUE(bounded.onOfferEntry(T0 + 1s, PEER_A, major(SERVICE_10, 2), changes));
+  // Major version 1: ignored.
+  EXPECT_TRUE(bounded.onOfferEntry(T0, PEER_A, offerEntry(SERVICE_11, 3, ENDPOINT_A, 1), changes));
+  EXPECT_TRUE(bounded.onOfferEntry(T0, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A, 2), changes));
+  EXPECT_FALSE(bounded.onOfferEntry(T0, PEER_B, offerEntry(SERVICE_11, 3, ENDPOINT_B, 2), changes));
+  EXPECT_TRUE(bounded.onOfferEntry(T0 + 1s, PEER_A, offerEntry(SERVICE_10, 3, ENDPOINT_A, 2), changes));
   EXPECT_EQ(text(changes), "+16 ");
 }
 
-TEST(RebootDetector, SessionGoingBackOrFlagComingBackIsARebootPerPeerAndChannel) {
+TEST(SdSessions, GoingBackOrFlagComingBackIsARebootPerPeerAndChannelAndOwnIdsWrapOnce) {
   // Peer, multicast, reboot flag, session id; whether that is a reboot.
   const std::vector<std::tuple<std::uint32_t, bool, bool, std::uint16_t, bool>> steps{
       {PEER_A, true, true, 1, false},    // first message
       {PEER_A, true, true, 2, false},    //
       {PEER_A, false, true, 1, false},   // unicast counts apart: its first message
-      {PEER_A, false, true, 2, false},   //
       {PEER_A, true, true, 3, false},    // multicast goes on where it was
       {PEER_A, true, true, 1, true},     // went back
       {PEER_A, true, true, 2, false},    //
       {PEER_A, true, true, 2, true},     // did not increase
       {PEER_A, true, false, 1, false},   // wrapped: the flag clears, not a reboot
-      {PEER_A, true, false, 2, false},   //
       {PEER_A, true, true, 9, true},     // flag set again
       {PEER_B, true, true, 100, false},  // another peer
       {PEER_A, false, true, 1, false},   // unicast record forgotten at the multicast reboot: first again
-      {PEER_A, false, true, 1, true},    // unicast did not increase
       {PEER_A, true, true, 10, false},   // multicast record forgotten at the unicast reboot
-      {PEER_B, true, true, 1, true},     // another peer's reboot
   };
   RebootDetector detector;
   std::size_t step = 0;
   for (const auto& [peer, multicast, flag, session, rebooted] : steps) {
     EXPECT_EQ(detector.update(peer, multicast, flag, session), rebooted) << "step " << step++;
   }
-}
 
-TEST(SdSessionCounter, StartsAtOneWithTheRebootFlagUntilTheFirstWrap) {
+  // Own session ids start at 1 with the reboot flag, which clears at the first wrap.
   SdSessionCounter counter;
   for (std::uint32_t expected = 1; expected <= 0xFFFF; ++expected) {
     ASSERT_EQ(counter.next(), std::make_pair(static_cast<std::uint16_t>(expected), true));
   }
   EXPECT_EQ(counter.next(), std::make_pair(std::uint16_t{1}, false));
-  EXPECT_EQ(counter.next(), std::make_pair(std::uint16_t{2}, false));
 }
 
 TEST(DiscoveryServer, OffersAnswersFindsAndAcknowledgesExpiresAndStopsSubscribers) {
-  const TransportOptions options = testOptions();
-  DiscoveryServer server(options, fixedInitialDelay);
+  DiscoveryServer server(OPTIONS, fixedInitialDelay);
   ASSERT_TRUE(server.offer(SERVICE_10, ENDPOINT_A, T0));
-  EXPECT_FALSE(server.offer(SERVICE_10, {PEER_A, 1}, T0));
-  EXPECT_EQ(server.nextDeadline(), T0 + 50ms);
   SdOutbox out;
   EXPECT_EQ(sendTimes(server, T0, 3300ms, &out), (std::vector<long>{50, 80, 140, 260, 1260, 2260, 3260}));
   EXPECT_EQ(sentOf(out), sentOf(SdOutbox(7, {true, 0, ownOffer(0x10, 3)})));
 
   // Finds are answered to the peer that sent them, with each matching instance.
   ASSERT_TRUE(server.offer(SERVICE_11, ENDPOINT_A, T0));
-  // Name, service, instance, major and minor version of the find; the instances answered.
-  const std::vector<std::tuple<const char*, std::uint16_t, std::uint16_t, std::uint8_t, std::uint32_t,
-                               std::vector<std::uint16_t>>>
-      finds{
-          {"any instance, any version", 0x1234, 0xFFFF, 0xFF, 0xFFFFFFFF, {0x10, 0x11}},
-          {"other service", 0x1235, 0xFFFF, 0xFF, 0xFFFFFFFF, {}},
-          {"exact versions", 0x1234, 0x0010, 1, 7, {0x10}},
-          {"other major", 0x1234, 0xFFFF, 2, 0xFFFFFFFF, {}},
-          {"other minor", 0x1234, 0xFFFF, 0xFF, 8, {}},
-      };
-  for (const auto& [name, service, instance, major, minor, instances] : finds) {
-    SdOutbox answers;
-    for (const std::uint16_t answered : instances) {
-      answers.push_back({false, PEER_B, ownOffer(answered, 3)});
-    }
+  const SdOutbox answers{{false, PEER_B, ownOffer(0x10, 3)}, {false, PEER_B, ownOffer(0x11, 3)}};
+  // Name, instance, major and minor version of the find; the answers.
+  const std::vector<std::tuple<const char*, std::uint16_t, std::uint8_t, std::uint32_t, SdOutbox>> finds{
+      {"any instance, any version", 0xFFFF, 0xFF, 0xFFFFFFFF, answers},
+      {"exact versions", 0x0010, 1, 7, {answers[0]}},
+      {"other major", 0xFFFF, 2, 0xFFFFFFFF, {}},
+      {"other minor", 0xFFFF, 0xFF, 8, {}},
+  };
+  for (const auto& [name, instance, major, minor, expected] : finds) {
     out.clear();
-    server.onFindEntry(sdEntry(SdEntryType::FIND_SERVICE, service, instance, major, 3, minor), PEER_B, out);
-    EXPECT_EQ(sentOf(out), sentOf(answers)) << name;
+    server.onFindEntry(sdEntry(SdEntryType::FIND_SERVICE, 0x1234, instance, major, 3, minor), PEER_B, out);
+    EXPECT_EQ(sentOf(out), sentOf(expected)) << name;
   }
 
   // StopOffer withdraws the instance at once (TTL 0, multicast); stopAll withdraws the rest.
-  ASSERT_TRUE(server.offer({0x4321, 1}, ENDPOINT_A, T0));
   out.clear();
   EXPECT_TRUE(server.stopOffer(SERVICE_10, out));
-  EXPECT_FALSE(server.stopOffer(SERVICE_10, out));
   server.stopAll(out);
-  EXPECT_EQ(sentOf(out), sentOf({{true, 0, ownOffer(0x10, 0)},
-                                 {true, 0, ownOffer(0x11, 0)},
-                                 {true, 0, ownOffer(1, 0, 0x4321)}}));
+  EXPECT_EQ(sentOf(out), sentOf({{true, 0, ownOffer(0x10, 0)}, {true, 0, ownOffer(0x11, 0)}}));
   EXPECT_EQ(server.nextDeadline(), Clock::time_point::max());
 
   // Subscribers of an event group of an offered instance are acknowledged, expire and are stopped.
   server.offer(SERVICE_10, ENDPOINT_A, T0);
   ASSERT_TRUE(server.addEventgroup(SERVICE_10, 1));
-  EXPECT_FALSE(server.addEventgroup({0x1234, 0x0099}, 1));
   const Endpoint subscriberB{PEER_B, 40001};
   const Endpoint subscriberB2{PEER_B, 40002};
   std::vector<NewSubscriber> joined;
-  // A subscription to event group 1, major version 1, counter 2.
-  const auto subscribe = [&](Clock::time_point at, std::uint32_t peer, const Address& address,
-                             std::uint32_t ttl, std::vector<SdOption> options) {
+  // A subscription of `endpoint` to event group 1 of SERVICE_10, major version 1, counter 2.
+  const auto subscribe = [&](Clock::time_point at, std::uint32_t peer, const Endpoint& endpoint,
+                             std::uint32_t ttl = 3) {
     out.clear();
-    server.onSubscribeEntry(at, peer,
-                            sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, address.serviceId, address.instanceId,
-                                    1, ttl, 0, 1, 2, std::move(options)),
-                            out, joined);
+    const SdEntry entry =
+        sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP, 0x1234, 0x10, 1, ttl, 0, 1, 2, {udpOption(endpoint)});
+    server.onSubscribeEntry(at, peer, entry, out, joined);
     return sentOf(out);
   };
-  // Name, instance, time and endpoint of a subscription of PEER_B; the TTL of the answer (0: Nack).
-  const std::vector<std::tuple<const char*, Address, Clock::time_point, std::vector<SdOption>, std::uint32_t>>
-      cases{
-          {"new subscriber", SERVICE_10, T0, {udpOption(subscriberB)}, 3},
-          {"renewal", SERVICE_10, T0 + 2s, {udpOption(subscriberB)}, 3},
-          {"second endpoint of the peer", SERVICE_10, T0, {udpOption(subscriberB2)}, 3},
-          {"unknown instance", SERVICE_11, T0, {udpOption(subscriberB)}, 0},
-          {"no endpoint", SERVICE_10, T0, {}, 0},
-      };
-  for (const auto& [name, address, at, options, answerTtl] : cases) {
-    const SdEntry ack =
-        sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234, address.instanceId, 1, answerTtl, 0, 1, 2);
-    EXPECT_EQ(subscribe(at, PEER_B, address, 3, options), sentOf({{false, PEER_B, ack}})) << name;
-  }
+  // The Ack copies the counter; Nacks and their reasons: wiring_test.cpp.
+  subscribe(T0, PEER_B, subscriberB);
+  subscribe(T0, PEER_B, subscriberB2);
+  const SdEntry ack = sdEntry(SdEntryType::SUBSCRIBE_EVENTGROUP_ACK, 0x1234, 0x10, 1, 3, 0, 1, 2);
+  EXPECT_EQ(subscribe(T0 + 2s, PEER_B, subscriberB), sentOf({{false, PEER_B, ack}}));
   // Only the two new endpoints join, the renewal does not (what joining sends: wiring_test.cpp).
   EXPECT_EQ(joined.size(), 2U);
 
@@ -331,10 +281,10 @@ TEST(DiscoveryServer, OffersAnswersFindsAndAcknowledgesExpiresAndStopsSubscriber
 
   // StopSubscribe (TTL 0) removes the endpoint it names and is not answered; a peer's reboot removes
   // all of its endpoints.
-  subscribe(T0 + 6s, PEER_B, SERVICE_10, 3, {udpOption(subscriberB)});
-  subscribe(T0 + 6s, PEER_B, SERVICE_10, 3, {udpOption(subscriberB2)});
-  subscribe(T0 + 6s, PEER_A, SERVICE_10, 3, {udpOption(ENDPOINT_A)});
-  EXPECT_TRUE(subscribe(T0 + 6s, PEER_B, SERVICE_10, 0, {udpOption(subscriberB)}).empty());
+  subscribe(T0 + 6s, PEER_B, subscriberB);
+  subscribe(T0 + 6s, PEER_B, subscriberB2);
+  subscribe(T0 + 6s, PEER_A, ENDPOINT_A);
+  EXPECT_TRUE(subscribe(T0 + 6s, PEER_B, subscriberB, 0).empty());
   EXPECT_EQ(server.subscribers(SERVICE_10, {1}), (std::set<Endpoint>{ENDPOINT_A, subscriberB2}));
   server.onPeerReboot(PEER_B);
   EXPECT_EQ(server.subscribers(SERVICE_10, {1}), std::set<Endpoint>{ENDPOINT_A});
@@ -364,8 +314,7 @@ void expectSubscribe(SdOutbox& out, std::uint32_t peer, std::uint32_t ttl, std::
 
 TEST(EventSubscriptions, SubscribeAckNackRenewResubscribeAndRemove) {
   kov::test::LogCapture log;
-  const TransportOptions options = testOptions();
-  EventSubscriptions subscriptions(options, OWN);
+  EventSubscriptions subscriptions(OPTIONS, OWN);
   SdOutbox out;
   subscriptions.add(T0, SERVICE_10, 1, offerFrom(PEER_A), out);
   expectSubscribe(out, PEER_A, 4);  // offered already: sent at once
@@ -373,7 +322,6 @@ TEST(EventSubscriptions, SubscribeAckNackRenewResubscribeAndRemove) {
   // Answers that are not for this subscription are ignored.
   subscriptions.onAckEntry(PEER_B, answer(SERVICE_10, 1, 4));  // another peer
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 2, 4));  // another event group
-  subscriptions.onAckEntry(PEER_A, answer(SERVICE_11, 1, 4));  // another instance
   EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
 
   // No Ack within the timeout: one line, also after the renewal goes unanswered too.
@@ -386,7 +334,6 @@ TEST(EventSubscriptions, SubscribeAckNackRenewResubscribeAndRemove) {
   // Ack, a later refusal is a new problem and is logged again.
   log.clear();
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4));
-  EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 0));
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 0));
   EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
@@ -398,11 +345,9 @@ TEST(EventSubscriptions, SubscribeAckNackRenewResubscribeAndRemove) {
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 0));
   EXPECT_EQ(log.count("WARN", NACK_LOG), 2U);
   log.clear();
-  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4));
 
   // The offer goes away: nothing is renewed, a late Ack changes nothing; the next offer subscribes again.
   subscriptions.onOfferGone(SERVICE_10);
-  EXPECT_EQ(subscriptions.nextDeadline(), Clock::time_point::max());
   subscriptions.poll(T0 + 1h, out);
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4));
   EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
@@ -410,10 +355,8 @@ TEST(EventSubscriptions, SubscribeAckNackRenewResubscribeAndRemove) {
   expectSubscribe(out, PEER_A, 4);
 
   // Offered by another peer while subscribed: subscribes there.
-  subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4));
   subscriptions.onOffer(T0 + 1h, SERVICE_10, offerFrom(PEER_B), out);
   expectSubscribe(out, PEER_B, 4);
-  EXPECT_FALSE(subscriptions.isAcknowledged(SERVICE_10));
 
   // removeAll: StopSubscribe (TTL 0) for each subscription that was sent, to its peer; one never sent is
   // dropped silently. Both are forgotten: later offers send nothing. (remove: wiring_test.cpp.)
@@ -427,9 +370,6 @@ TEST(EventSubscriptions, SubscribeAckNackRenewResubscribeAndRemove) {
   // A new subscription, later on: it waits for an offer.
   const Clock::time_point T1 = T0 + 2h;
   subscriptions.add(T1, SERVICE_10, 1, std::nullopt, out);
-  EXPECT_EQ(subscriptions.nextDeadline(), Clock::time_point::max());
-  subscriptions.poll(T1 + 1h, out);
-  EXPECT_TRUE(out.empty());
   subscriptions.onOffer(T1 + 10ms, SERVICE_10, offerFrom(PEER_A, 3), out);
   expectSubscribe(out, PEER_A, 4, 3);
   subscriptions.onAckEntry(PEER_A, answer(SERVICE_10, 1, 4, 1));  // another major version: no Ack
@@ -438,8 +378,6 @@ TEST(EventSubscriptions, SubscribeAckNackRenewResubscribeAndRemove) {
 
   // Renewed at half the TTL, and again half a TTL after that; the same offer seen again sends nothing.
   subscriptions.onOffer(T1 + 20ms, SERVICE_10, offerFrom(PEER_A, 3), out);
-  EXPECT_TRUE(out.empty());
-  EXPECT_EQ(subscriptions.nextDeadline(), T1 + 2010ms);
   EXPECT_EQ(sendTimes(subscriptions, T1, 4010ms, &out), (std::vector<long>{2010, 4010}));
   expectSubscribe(out, PEER_A, 4, 3, 2);
   EXPECT_TRUE(subscriptions.isAcknowledged(SERVICE_10));  // acknowledged stays while renewing
