@@ -7,6 +7,8 @@
 #include <sstream>
 #include <thread>
 
+#include <unistd.h>
+
 #include "common/log/system_logger.hpp"
 #include "sensor_control_client/sensor_control_client.hpp"
 #include "support/log_capture.hpp"
@@ -232,37 +234,6 @@ TEST_F(ClientTest, MethodsSendExactBytesAndSizesAndFailuresAreLoggedOnce) {
           "ERROR: Service 0x4 does not have a method with id 0x8001"}));
 }
 
-TEST(ClientEventCache, CopiesAreWholeWhileEventsArrive) {
-  auto transport = std::make_shared<RecordingTransport>();
-  ClientA client(transport, 0x10);
-  ASSERT_TRUE(client.setAvailable({2, 0x10}, true));
-  // Two heartbeats whose every field differs: a copy must be one or the other, never a mix.
-  const Bytes ones{14, 1, 1, 1, 1, 1, 0x3F, 0x80, 0, 0, 0x3F, 0x80, 0, 0, 0x3F, 0x80, 0, 0, 0, 0, 0, 0};
-  const Bytes minusOnes{7, 0, 0, 0, 0, 0, 0xBF, 0x80, 0, 0, 0xBF, 0x80, 0, 0, 0xBF, 0x80, 0, 0, 0, 0, 0, 0};
-  std::atomic<bool> finish{false};
-  std::thread events([&] {
-    for (int i = 0; !finish && i < 2'000'000; ++i) {
-      const Bytes& payload = (i & 1) != 0 ? ones : minusOnes;
-      transport->deliverEvent({2, 0x10}, 2, payload.data(), payload.size());
-    }
-  });
-  int mixed = 0, seenOnes = 0;
-  for (int read = 0; read < 20'000 || (seenOnes == 0 && read < 50'000'000); ++read) {
-    types::SensorHealthStatus health{};
-    client.copyEvent(health);
-    const bool one = health.value1 == 1.0F;
-    seenOnes += one ? 1 : 0;
-    mixed += ((health.value3 == 1.0F) != one || health.flag1 != one || health.flag5 != one ||
-              (health.mode == types::SystemModeStatus::SCANNING) != one)
-                 ? 1
-                 : 0;
-  }
-  finish = true;
-  events.join();
-  EXPECT_EQ(mixed, 0);
-  EXPECT_GT(seenOnes, 0) << "the reader saw events arrive";
-}
-
 /// Sends every finished log record to `hook` (on the logging thread) and then drops it.
 struct HookLogger : kov::common::log::ILogger {
   explicit HookLogger(std::function<void()> onMessage) : hook(std::move(onMessage)) {
@@ -316,7 +287,9 @@ TEST(ClientEventHandler, DestructionWaitsForARunningHandlerAndLaterCallsDoNothin
       stuck.client.reset();  // inside the client's own event handler
     }
   }));
-  expectCompletes([&] { stuck.deliver(); }, "a client destroyed inside its own handler");
+  alarm(10);  // a destructor waiting for its own handler deadlocks: the alarm ends the program
+  stuck.deliver();
+  alarm(0);
   EXPECT_EQ(stuck.client, nullptr);
   EXPECT_TRUE(stuck.deliver());
   EXPECT_EQ(messages, 2) << "the size mismatch, then the failed unsubscription";
