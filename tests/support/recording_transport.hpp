@@ -1,7 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -44,7 +42,6 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
   std::set<std::string> failing;  // e.g. "requestService 0x3/0xffff", "unsubscribeEvents 0x3/0x10"
   std::map<std::uint16_t, std::pair<Result, std::vector<std::uint8_t>>> answers;  // by method id
   std::function<void(const Address&)> onSubscribeEvents;  // runs after a subscription, on its thread
-  bool quiet{false};                                      // records no calls: long runs
 
   std::vector<std::string> takeCalls() {
     return locked([&] { return std::exchange(calls_, {}); });
@@ -139,11 +136,10 @@ class RecordingTransport : public kov::platform::networking::ISomeIpTransport {
     return text.str();
   }
 
-  /// Records the call (unless quiet) and, unless it is meant to fail, makes `change` under the lock.
+  /// Records the call and, unless it is meant to fail, makes `change` under the lock.
   bool record(const std::string& line, const std::function<void()>& change = {}) {
     return locked([&] {
-      if (!quiet)
-        calls_.push_back(line);
+      calls_.push_back(line);
       const bool succeeds = failing.count(line) == 0U;
       if (succeeds && change)
         change();
