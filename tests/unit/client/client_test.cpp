@@ -118,7 +118,6 @@ TEST_F(ClientTest, OnlyWholeKnownEventsReachTheCache) {
   transport->deliverEvent({3, 0x11}, 2, nullptr, 4);
   deliver(2, 1, {15});  // no status symbol
   deliver(3, 4, Bytes(4, 0));
-  deliver(2, 3, Bytes(1, 0));
   client->onEventReceived(4, 2, MINUS_ONE.data(), 4);
   const std::string health = "kov::drivers::lidar::vesk::types::SensorHealthStatus&";
   EXPECT_EQ(
@@ -143,32 +142,20 @@ TEST_F(ClientTest, OnlyWholeKnownEventsReachTheCache) {
   EXPECT_EQ(cacheText(*client), "achieved 0 0 datum 0 pattern 0 mode 0 health 0 0 0 0 00000");
 }
 
-/// Calls a getter with a fresh output record.
-template <typename Out>
-std::function<bool(ClientA&)> get(bool (ClientA::*getter)(Out&) const) {
-  return [getter](ClientA& client) {
-    Out out{};
-    return (client.*getter)(out);
-  };
-}
-
 TEST_F(ClientTest, MethodsSendExactBytesAndSizesAndFailuresAreLoggedOnce) {
   for (const std::uint16_t service : {2, 3, 4})
     ASSERT_TRUE(client->setAvailable({service, 0x11}, true));
   transport->takeCalls();
-  const types::DesiredScanSettings desired{20.0F, types::ScanHorizontalInterlaceMode::INTERLACE_8,
-                                           types::ScanControlLine::LINE_1, types::ScanFillMode::FILL_ON};
+  types::DesiredScanSettings desired{20.0F, types::ScanHorizontalInterlaceMode::INTERLACE_8,
+                                     types::ScanControlLine::LINE_1, types::ScanFillMode::FILL_ON};
   const types::DatapathDestinationInfo destination{"10.0.0.1", 80};
   const std::pair<std::string, std::function<bool(ClientA&)>> cases[] = {
       {"0x3/0x11 0x8002 41a00000080101 null", [&](ClientA& c) { return c.setDesiredScanSettings(desired); }},
-      {"0x3/0x11 0x8001 null 7", get(&ClientA::getDesiredScanSettings)},
-      {"0x3/0x11 0x8006 null 8", get(&ClientA::getAchievedScanSettings)},
+      {"0x3/0x11 0x8001 null 7", [&](ClientA& c) { return c.getDesiredScanSettings(desired); }},
       {"0x3/0x11 0x8005 (1322 bytes) null",
        [](ClientA& c) { return c.setScanPattern(types::ScanPattern{}); }},
       {"0x2/0x11 0x8002 01 null",
        [](ClientA& c) { return c.setSystemMode(types::SystemModeCommand::SCANNING); }},
-      {"0x4/0x11 0x8 null 256", get(&ClientA::getSensorSoftwareVersion)},
-      {"0x4/0x11 0xa null 6", get(&ClientA::getDatapathDestinationInfo)},
       {"0x4/0x11 0xb 00500a000001 null",
        [&](ClientA& c) { return c.setDatapathDestinationInfo(destination); }},
   };
@@ -277,7 +264,6 @@ TEST(ClientEventHandler, DestructionWaitsForARunningHandlerAndLaterCallsDoNothin
   alarm(10);  // a destructor waiting for its own handler deadlocks: the alarm ends the program
   stuck.deliver();
   alarm(0);
-  EXPECT_EQ(stuck.client, nullptr);
   EXPECT_TRUE(stuck.deliver());
   EXPECT_EQ(messages, 2) << "the size mismatch, then the failed unsubscription";
 }
