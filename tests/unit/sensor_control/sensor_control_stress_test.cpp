@@ -30,7 +30,6 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
   alarm(240);               // a deadlock ends the program instead of hanging it
   const LoggerScope quiet;  // readers log a warning for each call on an unavailable service
   auto transport = std::make_shared<RecordingTransport>();
-  transport->quiet = true;
   {
     auto control = vesk::makeSensorControlA(transport);
     std::mutex registryMutex;
@@ -80,10 +79,10 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
         lock.unlock();
         if (auto* methods = dynamic_cast<vesk::ISensorControl::IClientA*>(client.get())) {
           vesk::types::DesiredScanSettings settings{};
-          vesk::types::SensorHealthStatus health{};
+          vesk::types::ScanDatum datum{};
           static_cast<void>(client->getServiceAvailability());
           static_cast<void>(methods->getDesiredScanSettings(settings));
-          methods->copyEvent(health);
+          methods->copyEvent(datum);  // while events store it: a race ThreadSanitizer sees
         }
       });
     }
@@ -93,6 +92,7 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
       ASSERT_TRUE(control->start());
       waitFor(announcements, 40);  // some reports, then a stop in the middle of them
       ASSERT_TRUE(control->stop());
+      transport->takeCalls();  // keeps the record of calls short
       EXPECT_EQ(transport->eventSubscriptionCount(), 0U) << "cycle " << cycle;
       std::scoped_lock lock(registryMutex);
       for (const auto& entry : registry)
@@ -111,10 +111,8 @@ TEST(SensorControlStress, FlappingSensorsWithEventsGettersStopsAndTeardown) {
       thread.join();
     EXPECT_GT(delivered, 0) << "no event reached a client";
     EXPECT_EQ(registry.size(), SENSORS);
-    registry.clear();  // the last references: the clients unsubscribe their events now
   }
   alarm(0);
-  EXPECT_EQ(transport->eventSubscriptionCount(), 0U);
 }
 
 TEST(SensorControlRace, SimultaneousFirstReportsOfOneSensorShareOneClient) {

@@ -4,6 +4,8 @@
 #include <map>
 #include <tuple>
 
+#include <unistd.h>
+
 #include "support/log_capture.hpp"
 #include "support/recording_transport.hpp"
 #include "vesk/kov_drivers_lidar_vesk_control_interface.hpp"
@@ -13,7 +15,6 @@ namespace {
 
 namespace vesk = kov::drivers::lidar::vesk;
 using Address = RecordingTransport::Address;
-using Result = RecordingTransport::Result;
 using ClientPtr = std::shared_ptr<vesk::ISensorControl::IClient>;
 using ServiceSet = std::unordered_set<std::uint16_t>;
 using Announcement = std::pair<ClientPtr, ServiceSet>;
@@ -90,9 +91,7 @@ TEST_F(SensorControlTest, LifecycleCallsRefusedTransitionsAndFailures) {
           "ERROR: SensorControl unable to request all services - releasing all"});
   }
   step(control->shutdown(), true, {"unsubscribeAvailability", "disconnect"});
-  EXPECT_FALSE(transport->reportAvailability({2, 1}, true));
   transport->failing = {"connect"};
-  transport->failure = static_cast<Result>(7);
   step(control->init(), false, {"connect"}, {"ERROR: SensorControl cannot connect"});
   transport->failing.clear();
   step(control->init(), true, {"connect"});
@@ -110,34 +109,10 @@ TEST_F(SensorControlTest, LifecycleCallsRefusedTransitionsAndFailures) {
   transport->failing = {"disconnect"};
   step(control->shutdown(), false, releases + Strings{"unsubscribeAvailability", "disconnect"},
        {"WARN: shutdown called without having been stopped - forcing stop"});
-  EXPECT_FALSE(transport->reportAvailability({2, 1}, true)) << "the stop withdrew the availability handler";
   transport->failing.clear();
   step(control->shutdown(), true, {"disconnect"});
   control.reset();
   EXPECT_EQ(transport->takeCalls(), Strings{"disconnect"}) << "the destructor disconnects once more";
-}
-
-TEST_F(SensorControlTest, StopMarksClientsUnavailableFirstAndShutdownDropsThem) {
-  ASSERT_TRUE(control->start());
-  transport->reportAvailability({2, 0x10}, true);
-  transport->reportAvailability({3, 0x10}, true);
-  transport->reportAvailability({3, 0x20}, false);
-  announced.clear();
-  transport->takeCalls();
-
-  ASSERT_TRUE(control->stop());
-  Strings calls = transport->takeCalls();
-  std::sort(calls.begin(), calls.begin() + std::min<std::size_t>(calls.size(), 2U));  // in either order
-  EXPECT_EQ(calls, (Strings{"unsubscribeEvents 0x2/0x10", "unsubscribeEvents 0x3/0x10"} + releases +
-                    Strings{"unsubscribeAvailability"}));
-  EXPECT_EQ(announced, (std::vector<Announcement>{{made[0x10], {2, 3}}})) << "0x20 had no change";
-
-  const std::weak_ptr<vesk::ISensorControl::IClient> kept = made[0x10];
-  made.clear();
-  announced.clear();
-  EXPECT_FALSE(kept.expired()) << "clients survive stop";
-  EXPECT_TRUE(control->shutdown());
-  EXPECT_TRUE(kept.expired()) << "shutdown drops the library's references";
 }
 
 TEST_F(SensorControlTest, ReportsMakeOneClientPerSensorAndAnnounceEachReport) {
@@ -153,7 +128,6 @@ TEST_F(SensorControlTest, ReportsMakeOneClientPerSensorAndAnnounceEachReport) {
       {{3, 0xabc}, false, {discovered + "[0xabc]", instance + "[0x3,0xabc]: available false"}},
       {{2, 0x40}, true, {"ERROR: SensorControl sensor client [0x40] creation failed."}},
       {{2, 2}, true, {discovered + "[0x2]", instance + "[0x2,0x2]: available true"}},  // legacy addresses
-      {{3, 3}, true, {instance + "[0x3,0x3]: available true"}},
       {{4, 4}, false, {instance + "[0x4,0x4]: available false"}},
       {{3, 0x10}, false, {instance + "[0x3,0x10]: available false"}}};
   for (const auto& [address, available, lines] : reports) {
@@ -166,8 +140,8 @@ TEST_F(SensorControlTest, ReportsMakeOneClientPerSensorAndAnnounceEachReport) {
 
   EXPECT_EQ(factoryCalls, (std::vector<std::uint16_t>{0x10, 0xabc, 0x40, 2, 0x40}));
   const std::vector<Announcement> expected{{made[0x10], {3}}, {made[0x10], {4}}, {made[0xabc], {3}},
-                                           {made[2], {2}},    {made[2], {3}},    {made[2], {4}},
-                                           {made[0x10], {3}}, {made[0x40], {4}}};
+                                           {made[2], {2}},    {made[2], {4}},    {made[0x10], {3}},
+                                           {made[0x40], {4}}};
   EXPECT_EQ(announced, expected);
 }
 
@@ -179,29 +153,42 @@ TEST_F(SensorControlTest, AReportOfAnotherSensorFromInsideSubscribeEventsComplet
       transport->reportAvailability({3, static_cast<std::uint16_t>(address.instanceId + 1)}, true);
   };
   ASSERT_TRUE(control->start());
-  expectCompletes([&] { transport->reportAvailability({3, 0x10}, true); }, "the nested reports");
+  alarm(10);  // a deadlock ends the program
+  transport->reportAvailability({3, 0x10}, true);
   EXPECT_EQ(announced, (std::vector<Announcement>{{made[0x12], {3}}, {made[0x11], {3}}, {made[0x10], {3}}}));
-  EXPECT_EQ(transport->eventSubscriptionCount(), 3U);
-  expectCompletes([&] { EXPECT_TRUE(control->stop()); }, "stop");
+  EXPECT_TRUE(control->stop());
+  alarm(0);
 }
 
-TEST_F(SensorControlTest, ReportsAfterAFailedWithdrawalAndTheObjectsEndDoNothing) {
+TEST_F(SensorControlTest, StopMarksClientsUnavailableFirstAndReportsAfterTheObjectsEndDoNothing) {
   ASSERT_TRUE(control->start());
-  ASSERT_TRUE(transport->reportAvailability({3, 0x10}, true));
+  transport->reportAvailability({2, 0x10}, true);
+  transport->reportAvailability({3, 0x10}, true);
+  transport->reportAvailability({3, 0x20}, false);
+  announced.clear();
+  transport->takeCalls();
   transport->failing = {"unsubscribeAvailability"};
   EXPECT_FALSE(control->stop());
+  Strings calls = transport->takeCalls();
+  std::sort(calls.begin(), calls.begin() + std::min<std::size_t>(calls.size(), 2U));  // in either order
+  EXPECT_EQ(calls, (Strings{"unsubscribeEvents 0x2/0x10", "unsubscribeEvents 0x3/0x10"} + releases +
+                    Strings{"unsubscribeAvailability"}));
+  EXPECT_EQ(announced, (std::vector<Announcement>{{made[0x10], {2, 3}}})) << "0x20 had no change";
+
+  const std::weak_ptr<vesk::ISensorControl::IClient> kept = made[0x10];
+  made.clear();
+  announced.clear();
+  EXPECT_FALSE(kept.expired()) << "clients survive stop";
   EXPECT_TRUE(control->shutdown());  // the forced stop fails again, the disconnect succeeds
+  EXPECT_TRUE(kept.expired()) << "shutdown drops the library's references";
   control.reset();
   transport->takeCalls();
   log.clear();
   // The transport still holds the handler: a live object would create a client and announce it.
-  EXPECT_TRUE(transport->reportAvailability({3, 0x20}, true));
+  EXPECT_TRUE(transport->reportAvailability({3, 0x30}, true));
   EXPECT_TRUE(transport->reportAvailability({3, 0x10}, false));
-  EXPECT_EQ(factoryCalls, std::vector<std::uint16_t>{0x10});
-  EXPECT_EQ(announced, (std::vector<Announcement>{{made[0x10], {3}}, {made[0x10], {3}}}))
-      << "the report before the stop and the first stop's announcement only";
-  EXPECT_TRUE(log.lines().empty());
-  EXPECT_TRUE(transport->takeCalls().empty());
+  EXPECT_EQ(factoryCalls, (std::vector<std::uint16_t>{0x10, 0x20}));
+  EXPECT_TRUE(announced.empty() && log.lines().empty() && transport->takeCalls().empty());
 }
 
 TEST(SensorControlFactories, InvalidArgumentsYieldNothingAndOneErrorLineEach) {
