@@ -35,7 +35,7 @@ TEST(UdpSockets, FailedCallsLogTheirLineOnceAndLeaveOutputsAlone) {
   char buffer[4] = {};
   for (const NetworkResult result :
        {net::closeSocket(sock), udp::setReuseAddress(-1, true), udp::setSocketPollTimeout(-1, 250ms),
-        udp::bindSocketRandomPort(-1, "127.0.0.1", port), udp::bindSocket(-1, "1.2.3.4", 9),
+        udp::bindSocketRandomPort(-1, "127.0.0.1", port), udp::bindSocket(-1, "192.0.2.4", 9),
         udp::joinMulticastGroup(-1, {"239.1.2.3", "127.0.0.1"}),
         udp::sendToAddress(-1, "127.0.0.1", 9, "abc", 3), udp::tryRead(-1, buffer, 4, received)}) {
     EXPECT_EQ(result, NetworkResult::SYSTEM_ERROR);
@@ -50,7 +50,7 @@ TEST(UdpSockets, FailedCallsLogTheirLineOnceAndLeaveOutputsAlone) {
           e + "setReuseAddress() - error turning on UDP socket reuse address option" + ebadf,
           e + "setSocketPollTimeout() - error setting UDP socket poll timeout to 250 ms" + ebadf,
           e + "bindSocketRandomPort - error binding UDP socket_ to 127.0.0.1 and random port" + ebadf,
-          e + "bindSocket - error binding socket_ to local address/port 1.2.3.4:9" + ebadf,
+          e + "bindSocket - error binding socket_ to local address/port 192.0.2.4:9" + ebadf,
           e +
               "joinMulticastGroup() - error joining multicast group address \"239.1.2.3\" on local address "
               "\"127.0.0.1\"" +
